@@ -1,0 +1,267 @@
+// The bus beside bare sockets and D-Bus: a request and its reply, an event to eight processes, a whole
+// command.
+#include "peers.h"
+
+#include "qx/host.h"
+#include "qx/qx.h"
+#include "zema/zema.h"
+
+#include <array>
+#include <benchmark/benchmark.h>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <sys/socket.h>
+
+namespace {
+
+using bench::DBus;
+using bench::kEventSize;
+using bench::kReceivers;
+using bench::Processes;
+using bench::tally;
+using bench::waitUntilHandled;
+
+constexpr uint32_t kProcedure = 0x1000;
+constexpr uint32_t kEvent = 700;
+constexpr char kCommand[] = "fw show all";
+constexpr size_t kHeaderSize = 36; // of a frame of the bus, so that bare messages have the same sizes
+
+[[noreturn]] void serveBus()
+{
+    tally().ready++;
+    QxHost_Run();
+    _exit(1);
+}
+
+// ---- A request and its reply ----
+
+uint32_t answer(uint32_t, char *, uintptr_t, uintptr_t, uintptr_t)
+{
+    return 0;
+}
+
+void RequestBus(benchmark::State &state)
+{
+    Processes processes;
+    processes.start([] {
+        const std::array<QxRpcRow, 2> rows{{{kProcedure, answer}, {QX_RPC_END_OF_TABLE, nullptr}}};
+        QX_MSG_RegOverWriteRpcCalls(rows.data());
+        serveBus();
+    });
+    for (auto _ : state) {
+        uint32_t result = 1;
+        if (QxHost_CallRpc(kProcedure, 0, kCommand, &result) != QX_OK) {
+            state.SkipWithError("no answer");
+        }
+    }
+}
+BENCHMARK(RequestBus);
+
+void RequestBare(benchmark::State &state)
+{
+    std::array<int, 2> ends{};
+    socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends.data());
+    Processes processes;
+    std::array<char, 4096> bytes{};
+    processes.start([&] {
+        tally().ready++;
+        while (recv(ends[1], bytes.data(), bytes.size(), 0) > 0) {
+            send(ends[1], bytes.data(), kHeaderSize, 0);
+        }
+    });
+    for (auto _ : state) {
+        send(ends[0], bytes.data(), kHeaderSize + sizeof kCommand, 0);
+        benchmark::DoNotOptimize(recv(ends[0], bytes.data(), bytes.size(), 0));
+    }
+    close(ends[0]);
+    close(ends[1]);
+}
+BENCHMARK(RequestBare);
+
+void RequestDBus(benchmark::State &state)
+{
+    const DBus daemon;
+    Processes processes;
+    processes.start([] { DBus::serveAgent({.prints = false, .raises = false}); });
+    DBus::connect();
+    for (auto _ : state) {
+        DBus::call();
+    }
+}
+BENCHMARK(RequestDBus);
+
+// ---- An event to eight processes, until the last of them has handled it ----
+
+uint32_t countEvent(void *)
+{
+    tally().handled++;
+    return 0;
+}
+
+void EventBus(benchmark::State &state)
+{
+    Processes processes;
+    for (uint32_t i = 0; i < kReceivers; ++i) {
+        processes.start([] {
+            EventCenter_SubscribeEvent(kEvent, countEvent);
+            serveBus();
+        });
+    }
+    std::array<char, kEventSize> data{};
+    uint64_t wanted = tally().handled;
+    for (auto _ : state) {
+        EventCenter_GlobalInvokeEvent2(kEvent, data.data(), data.size());
+        waitUntilHandled(wanted += kReceivers);
+    }
+}
+BENCHMARK(EventBus);
+
+void EventBareSends(benchmark::State &state)
+{
+    Processes processes;
+    std::array<std::array<int, 2>, kReceivers> pairs{};
+    std::array<char, 4096> bytes{};
+    for (auto &pair : pairs) {
+        socketpair(AF_UNIX, SOCK_SEQPACKET, 0, pair.data());
+        processes.start([&] {
+            tally().ready++;
+            while (recv(pair[1], bytes.data(), bytes.size(), 0) > 0) {
+                tally().handled++;
+            }
+        });
+    }
+    uint64_t wanted = tally().handled;
+    for (auto _ : state) {
+        for (const auto &pair : pairs) {
+            send(pair[0], bytes.data(), kHeaderSize + kEventSize, 0);
+        }
+        waitUntilHandled(wanted += kReceivers);
+    }
+    for (const auto &pair : pairs) {
+        close(pair[0]);
+        close(pair[1]);
+    }
+}
+BENCHMARK(EventBareSends);
+
+void EventDBusSignal(benchmark::State &state)
+{
+    const DBus daemon;
+    Processes processes;
+    for (uint32_t i = 0; i < kReceivers; ++i) {
+        processes.start([] { DBus::receiveSignals(DBus::Signal::event); });
+    }
+    DBus::connect();
+    uint64_t wanted = tally().handled;
+    for (auto _ : state) {
+        DBus::raise();
+        waitUntilHandled(wanted += kReceivers);
+    }
+}
+BENCHMARK(EventDBusSignal);
+
+// ---- A whole command: remote call, check, compilation, event, handler in another process ----
+
+uint32_t handleCommand(uint32_t, const char *const *)
+{
+    tally().handled++;
+    return 0;
+}
+
+void startModuleAndAgent(Processes &processes)
+{
+    processes.start([] {
+        CMDAgent_Init();
+        qx_ker_zema_cmd_reg("fw", handleCommand);
+        serveBus();
+    });
+    processes.start([] { // the latest registration answers: this is the agent
+        CMDAgent_Init();
+        CMDAgent_UnInit();
+        serveBus();
+    });
+}
+
+void callUntilHandled(benchmark::State &state)
+{
+    uint64_t wanted = tally().handled;
+    for (auto _ : state) {
+        uint32_t result = 1;
+        QxHost_CallRpc(ZEMA_RPC_ID_CMD, 3U << 16, kCommand, &result);
+        waitUntilHandled(++wanted);
+    }
+}
+
+void CommandBus(benchmark::State &state)
+{
+    Processes processes;
+    startModuleAndAgent(processes);
+    callUntilHandled(state);
+}
+BENCHMARK(CommandBus);
+
+// With somebody on the terminal, who is asked to write the empty line first, and somebody in the kernel's
+// place.
+void CommandBusWithTerminalAndKernel(benchmark::State &state)
+{
+    Processes processes;
+    processes.start([] {
+        QxHost_ServeTerminal(
+            3, [](void *, const QxPrint *) { return 0U; }, nullptr);
+        serveBus();
+    });
+    processes.start([] {
+        QxHost_ServeKernel([](void *, const void *, uint32_t) { return 0U; }, nullptr);
+        serveBus();
+    });
+    startModuleAndAgent(processes);
+    callUntilHandled(state);
+}
+BENCHMARK(CommandBusWithTerminalAndKernel);
+
+void callOverDBus(benchmark::State &state)
+{
+    DBus::connect();
+    uint64_t wanted = tally().handled;
+    for (auto _ : state) {
+        DBus::call();
+        waitUntilHandled(++wanted);
+    }
+}
+
+void CommandDBus(benchmark::State &state)
+{
+    const DBus daemon;
+    Processes processes;
+    processes.start([] { DBus::receiveSignals(DBus::Signal::event); });
+    processes.start([] { DBus::serveAgent({.prints = false, .raises = true}); });
+    callOverDBus(state);
+}
+BENCHMARK(CommandDBus);
+
+void CommandDBusWithTerminalAndKernel(benchmark::State &state)
+{
+    const DBus daemon;
+    Processes processes;
+    processes.start([] { DBus::serveTerminal(); });
+    processes.start([] { DBus::receiveSignals(DBus::Signal::kernel); });
+    processes.start([] { DBus::receiveSignals(DBus::Signal::event); });
+    processes.start([] { DBus::serveAgent({.prints = true, .raises = true}); });
+    callOverDBus(state);
+}
+BENCHMARK(CommandDBusWithTerminalAndKernel);
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    bench::pinToOneCore();
+    std::string directory = "/tmp/zema-bench-XXXXXX";
+    setenv("ZEMA_RUNTIME_DIR", mkdtemp(directory.data()), 1);
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    QxHost_Leave();
+    std::filesystem::remove_all(directory);
+    return 0;
+}

@@ -1,0 +1,36 @@
+// Memory of the platform's allocator, held by one owner and given back on every path.
+#pragma once
+
+#include "qx/memory.h"
+
+#include <utility>
+
+namespace zema {
+
+class PlatformBuffer {
+public:
+    explicit PlatformBuffer(uint32_t size) : block_(QX_OS_MemMallocD(size)), size_(size) {}
+    ~PlatformBuffer()
+    {
+        if (block_ != nullptr) {
+            QX_OS_MemFreeD(block_);
+        }
+    }
+    PlatformBuffer(PlatformBuffer &&other) noexcept
+        : block_(std::exchange(other.block_, nullptr)), size_(std::exchange(other.size_, 0))
+    {
+    }
+    PlatformBuffer &operator=(PlatformBuffer &&) = delete;
+    PlatformBuffer(const PlatformBuffer &) = delete;
+    PlatformBuffer &operator=(const PlatformBuffer &) = delete;
+
+    explicit operator bool() const { return block_ != nullptr; }
+    void *data() const { return block_; }
+    uint32_t size() const { return size_; }
+
+private:
+    void *block_;
+    uint32_t size_;
+};
+
+} // namespace zema

@@ -1,0 +1,153 @@
+/*
+ * What a host process calls: the programs that load the library, serve a terminal or stand in for the kernel.
+ *
+ * All that crosses processes travels on one bus of local sockets in the runtime directory ($ZEMA_RUNTIME_DIR,
+ * else /run/zema for root, else $XDG_RUNTIME_DIR/zema), of mode 0700. There is no broker. The platform starts
+ * no thread: what arrives is handled inside QxHost_Dispatch, on the thread that calls it. Only processes of
+ * the same user, or of root, are listened to. A process that dies is noticed at once; one that hangs costs
+ * its callers at most the time set with QxHost_SetTimeout.
+ *
+ * A child made by fork starts without registrations and joins the bus anew when it first uses it.
+ */
+#ifndef QX_HOST_H
+#define QX_HOST_H
+
+#include "qx/base.h"
+
+QX_BEGIN_DECLS
+
+/* ---- Receiving ---- */
+
+/*
+ * Handles what has arrived, waiting up to timeoutMs milliseconds (-1: without limit, 0: not at all) for the
+ * first of it. 0 when something was handled, QX_ERR_TIMEOUT when nothing came, QX_ERR_STOPPED after
+ * QxHost_Stop, QX_ERR_BUSY from inside a handler or while another thread dispatches, QX_ERR_RUNTIME_DIR.
+ */
+QX_API uint32_t QxHost_Dispatch(int32_t timeoutMs);
+
+/* Dispatches until QxHost_Stop. 0 when stopped, else why it could not go on. */
+QX_API uint32_t QxHost_Run(void);
+
+/* Ends QxHost_Run, or a wait in QxHost_Dispatch, once. May be called from a signal handler and any thread. */
+QX_API void QxHost_Stop(void);
+
+/* A descriptor that is readable when QxHost_Dispatch has work, for an event loop of the host's own; -1 when
+ * the bus cannot be joined. It stays the platform's. */
+QX_API int32_t QxHost_Fd(void);
+
+/* Leaves the bus: gives up all roles, closes all descriptors, removes what stands in the runtime directory
+ * but for the records. The end of the process does the same. 0, or QX_ERR_BUSY from inside a handler. */
+QX_API uint32_t QxHost_Leave(void);
+
+/* How long a call waits for a hung process, in milliseconds; 5000 until set, 0 sets it back. Applies to
+ * connections made afterwards; set it before the first use. 0. */
+QX_API uint32_t QxHost_SetTimeout(uint32_t milliseconds);
+
+/* What QX_OS_StatGet reports. 0. */
+QX_API uint32_t QxHost_SetState(uint32_t state);
+
+/* ---- Roles ---- */
+
+typedef struct QxPrint {
+    uint32_t ulTerminal; /* the terminal as the printing process named it, 0xFFFF for all */
+    uint32_t ulPid;      /* the process that prints */
+    const char *pcBytes; /* valid during the call, not terminated */
+    uint32_t ulSize;
+} QxPrint;
+
+/* Writes bytes on a terminal; 0 when written. Called inside dispatch, or by a print of this process itself.
+ */
+typedef uint32_t (*QxTerminalWriter)(void *context, const QxPrint *print);
+
+/* Serves a terminal (0 to 65534); several processes may serve one, and each gets what is printed. A null
+ * writer ends it. 0, QX_ERR, QX_ERR_NO_MEMORY, QX_ERR_RUNTIME_DIR. */
+QX_API uint32_t QxHost_ServeTerminal(uint32_t terminal, QxTerminalWriter writer, void *context);
+
+/* Gets each HLP message (qx/hlp.h), size bytes that were checked to be a header with that size. The items in
+ * it are the sender's word: check them. Called inside dispatch. */
+typedef uint32_t (*QxKernelHandler)(void *context, const void *message, uint32_t size);
+
+/* Takes the kernel's side of the HLP messages. One process at a time: QX_ERR_TAKEN while another lives. A
+ * null handler ends it. */
+QX_API uint32_t QxHost_ServeKernel(QxKernelHandler handler, void *context);
+
+/* ---- Remote procedures ---- */
+
+/*
+ * Calls the remote procedure and waits for its result; a procedure of this process is a plain call. 0 and the
+ * handler's result in *result; QX_ERR, QX_ERR_NOBODY, QX_ERR_PEER_GONE, QX_ERR_TIMEOUT, QX_ERR_TOO_LARGE, and
+ * *result untouched. Any thread.
+ */
+QX_API uint32_t QxHost_CallRpc(uint32_t id, uint32_t callerWord, const char *text, uint32_t *result);
+
+/* ---- Following a command to its end ----
+ *
+ * A flow is a piece of work that spreads: a call makes its callee raise an event, which reaches other
+ * processes, which may raise more. The bus marks all frames that come from the flow's first ones, and every
+ * process that is done with one tells the flow's origin, together with where it sent more. So the origin
+ * knows who has it and when all of them are through, without guessing. What a handler leaves to another
+ * thread is not followed. What a process printed for the flow arrives before its word that it is done.
+ *
+ * One thread, the one that dispatches.
+ */
+
+typedef struct QxFlow QxFlow;
+
+#define QX_FLOW_WAITING 0U /* has the work, has not said that it is done */
+#define QX_FLOW_DONE 1U
+#define QX_FLOW_DIED 2U /* ended before it was done */
+
+typedef struct QxFlowPeer {
+    uint32_t ulPid;
+    uint32_t ulState; /* QX_FLOW_... */
+    char acName[16];  /* the program's name, "?" when it could not be learnt */
+} QxFlowPeer;
+
+/* A new flow; null when there is no memory or the bus cannot be joined. End it with QxHost_FlowClose. */
+QX_API QxFlow *QxHost_FlowOpen(void);
+QX_API void QxHost_FlowClose(QxFlow *flow);
+
+/* Starts a remote procedure, or raises an event, as the flow's work, without waiting. 0 when handed over; the
+ * results of QxHost_CallRpc and EventCenter_GlobalInvokeEvent2. This process's own subscribers and procedures
+ * are not called. */
+QX_API uint32_t QxHost_FlowCallRpc(QxFlow *flow, uint32_t id, uint32_t callerWord, const char *text);
+QX_API uint32_t QxHost_FlowInvokeEvent(QxFlow *flow, uint32_t event, const void *data, uint32_t size);
+
+/* Dispatches until every process is done or dead: 0. QX_ERR_TIMEOUT when some still are not after timeoutMs;
+ * QX_ERR_STOPPED after QxHost_Stop; the results of QxHost_Dispatch. May be called again. */
+QX_API uint32_t QxHost_FlowWait(QxFlow *flow, uint32_t timeoutMs);
+
+/* The result of the flow's remote procedure: 0 when it has come, QX_ERR_NOT_FOUND when not. */
+QX_API uint32_t QxHost_FlowResult(const QxFlow *flow, uint32_t *result);
+
+/* The processes that received the flow's work, in the order in which the origin learnt of them: copies at
+ * most max of them and returns how many there are. */
+QX_API uint32_t QxHost_FlowPeers(const QxFlow *flow, QxFlowPeer *peers, uint32_t max);
+
+/* ---- Last-word records ---- */
+
+typedef struct QxRecord {
+    uint64_t ullNumber; /* counts the records of its process from 1 */
+    uint64_t ullTimeNs; /* real time, nanoseconds since 1970 */
+    uint32_t ulPid;
+    uint32_t ulThread;
+    uint32_t ulAlive; /* 1 while its process lives */
+    uint32_t ulLine;
+    uint32_t aulValue[5];
+    char acProcess[16];
+    char acFile[64];
+} QxRecord;
+
+/* 0 to go on; any other result ends the reading and becomes its result. */
+typedef uint32_t (*QxRecordVisitor)(void *context, const QxRecord *record);
+
+/*
+ * Visits the records of all processes in the order of their time, those of dead processes included; the ring
+ * of a process keeps its latest 256. Reads only; records that are being written meanwhile are left to the
+ * next reading. 0, the visitor's result, QX_ERR_RUNTIME_DIR, QX_ERR_NO_MEMORY.
+ */
+QX_API uint32_t QxHost_ReadRecords(QxRecordVisitor visitor, void *context);
+
+QX_END_DECLS
+
+#endif

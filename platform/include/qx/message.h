@@ -1,0 +1,34 @@
+/*
+ * The message layer: remote procedures.
+ */
+#ifndef QX_MESSAGE_H
+#define QX_MESSAGE_H
+
+#include "qx/base.h"
+
+QX_BEGIN_DECLS
+
+/* A remote procedure. callerWord is the caller's; text is NUL-terminated and the callee's to change; the last
+ * three are reserved and 0. The result goes back to the caller. Called from inside dispatch. */
+typedef uint32_t (*QxRpcHandler)(uint32_t callerWord, char *text, uintptr_t reserved1, uintptr_t reserved2,
+                                 uintptr_t reserved3);
+
+typedef struct QxRpcRow {
+    uint32_t ulId;
+    QxRpcHandler pfnHandler;
+} QxRpcRow;
+
+#define QX_RPC_END_OF_TABLE 0xFFFFFFFFU
+
+/*
+ * Registers the rows up to the one with identifier QX_RPC_END_OF_TABLE; the rows are copied. A row replaces
+ * any earlier registration of its identifier: in this process at once, and among processes the latest
+ * registration answers, an earlier one again when the latest is gone. A row whose handler is null withdraws
+ * this process's registration. 0 when all rows stand; otherwise none of them does, and the result tells why
+ * (QX_ERR, QX_ERR_NO_MEMORY, QX_ERR_RUNTIME_DIR). Any thread.
+ */
+QX_API uint32_t QX_MSG_RegOverWriteRpcCalls(const QxRpcRow *rows);
+
+QX_END_DECLS
+
+#endif

@@ -1,0 +1,16 @@
+/* The whole platform interface as the library uses it. What a host process calls is in qx/host.h. */
+#ifndef QX_QX_H
+#define QX_QX_H
+
+#include "qx/base.h"
+#include "qx/cli.h"
+#include "qx/diag.h"
+#include "qx/event.h"
+#include "qx/hlp.h"
+#include "qx/list.h"
+#include "qx/memory.h"
+#include "qx/message.h"
+#include "qx/process.h"
+#include "qx/text.h"
+
+#endif

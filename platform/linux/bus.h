@@ -1,0 +1,69 @@
+// The receiving side of the bus: this process's place on it, its roles, and the dispatch of what arrives.
+#pragma once
+
+#include "platform/linux/frame.h"
+
+#include <sys/types.h>
+
+namespace qx {
+
+// Takes this process's place: the runtime directory, a listening socket, an epoll set. Done once; QX_OK,
+// QX_ERR_RUNTIME_DIR, QX_ERR_NO_MEMORY.
+uint32_t joinBus();
+
+PeerId selfId();
+bool isSelf(PeerId id);
+
+// Only processes of the same user, or of root, are talked to.
+bool mayTalk(uid_t uid);
+
+// Claims a role for this process, joining the bus first. A role that is held already is claimed anew, so that
+// this process becomes its latest holder. An exclusive one is refused (QX_ERR_TAKEN) while another live
+// process holds it.
+uint32_t claimRole(Role role, bool exclusive = false);
+void releaseRole(Role role);
+
+// What arrived, with where it came from.
+struct Arrival {
+    const FrameHeader &header;
+    std::byte *payload; // followed by kPayloadPadding zeros
+    uint32_t senderPid; // as the kernel says
+};
+
+// A handler's result, and how the bus fared: QX_ERR_NOT_FOUND when there was no handler.
+struct Handled {
+    uint32_t status;
+    uint32_t result;
+};
+
+// The handlers of the kinds of frames, each beside what registers them.
+Handled handleEvent(const Arrival &arrival);
+Handled handleRpc(const Arrival &arrival);
+Handled handlePrint(const Arrival &arrival);
+Handled handleHlp(const Arrival &arrival);
+Handled handleDone(const Arrival &arrival);
+
+// What a fork leaves the child without, or an end of the bus the process: each beside what it forgets.
+void forgetEvents();
+void forgetProcedures();
+void forgetTerminals();
+void forgetKernel();
+void forgetFlows();
+void forgetRing();
+
+// What an entry of the epoll set points at: the first member says what it is.
+enum class SourceKind { listener, stop, incoming, watch };
+
+struct Source {
+    SourceKind kind;
+    int fd;
+};
+
+// A connection that the dispatching thread watches for the end of the process behind it.
+struct Watch {
+    Source source;
+    void (*ended)(Watch &watch);
+};
+bool watchForEnd(Watch &watch);
+
+} // namespace qx

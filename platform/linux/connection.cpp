@@ -1,0 +1,548 @@
+#include "platform/linux/connection.h"
+
+#include "platform/linux/bus.h"
+#include "platform/linux/flow_context.h"
+#include "platform/linux/locks.h"
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+#include <utility>
+
+namespace qx {
+
+namespace {
+
+constexpr uint32_t kDefaultLimitMs = 5000;
+constexpr uint32_t kMaxIdleChannels = 32;
+constexpr uint32_t kMaxDeadHolders = 64;
+
+struct CachedClaim {
+    RoleClaim claim;
+    Peer *peer; // null: this process itself
+};
+
+struct Channel {
+    PeerId id;
+    int fd;
+};
+
+constinit std::atomic<uint32_t> gLimitMs{kDefaultLimitMs};
+constinit std::atomic<uint32_t> gSerial{0};
+constinit thread_local FlowContext *tFlow = nullptr;
+constinit Peer *gPeers = nullptr;                     // LockId::peers
+constinit Edition gEdition{};                         // LockId::roles
+constinit StaticVec<CachedClaim> gClaims;             // LockId::roles
+constinit StaticVec<Channel, kMaxIdleChannels> gIdle; // LockId::channels
+
+uint32_t newSerial()
+{
+    uint32_t serial = 0;
+    while (serial == 0) {
+        serial = gSerial.fetch_add(1, std::memory_order_relaxed) + 1;
+    }
+    return serial;
+}
+
+Peer *referToPeer(PeerId id)
+{
+    const Lock lock(LockId::peers);
+    for (Peer *peer = gPeers; peer != nullptr; peer = peer->next) {
+        if (peer->id == id) {
+            ++peer->references;
+            return peer;
+        }
+    }
+    auto *peer = static_cast<Peer *>(std::malloc(sizeof(Peer)));
+    if (peer != nullptr) {
+        *peer = {.id = id,
+                 .lock = PTHREAD_MUTEX_INITIALIZER,
+                 .fd = -1,
+                 .stalled = false,
+                 .references = 1,
+                 .next = gPeers};
+        gPeers = peer;
+    }
+    return peer;
+}
+
+void destroy(Peer *peer)
+{
+    if (peer->fd >= 0) {
+        close(peer->fd);
+    }
+    pthread_mutex_destroy(&peer->lock);
+    std::free(peer);
+}
+
+void release(std::span<Peer *const> peers)
+{
+    const Lock lock(LockId::peers);
+    for (Peer *peer : peers) {
+        if (--peer->references > 0) {
+            continue;
+        }
+        Peer **link = &gPeers;
+        while (*link != peer) {
+            link = &(*link)->next;
+        }
+        *link = peer->next;
+        destroy(peer);
+    }
+}
+
+void forgetClaims()
+{
+    for (const CachedClaim &cached : gClaims) {
+        if (cached.peer != nullptr) {
+            release({&cached.peer, 1});
+        }
+    }
+    gClaims.clear();
+    gEdition = {};
+}
+
+// The connections of processes that stay are kept: their peers are referred to anew before they are let go.
+uint32_t readClaims()
+{
+    if (runtimeDirFd() < 0) {
+        return QX_ERR_RUNTIME_DIR;
+    }
+    const Edition edition = readEdition();
+    if (gEdition.known && edition == gEdition) {
+        return QX_OK;
+    }
+    Vec<RoleClaim> claims;
+    Vec<CachedClaim> fresh;
+    if (!listClaims(claims)) {
+        return QX_ERR_RUNTIME_DIR;
+    }
+    uint32_t result = QX_OK;
+    for (const RoleClaim &claim : claims) {
+        Peer *peer = isSelf(claim.holder) ? nullptr : referToPeer(claim.holder);
+        if ((peer == nullptr && !isSelf(claim.holder)) || !fresh.push({claim, peer})) {
+            result = QX_ERR_NO_MEMORY;
+            break;
+        }
+    }
+    gClaims.swap(fresh);
+    gEdition = {.known = edition.known && result == QX_OK, .changes = edition.changes};
+    for (const CachedClaim &cached : fresh) {
+        if (cached.peer != nullptr) {
+            release({&cached.peer, 1});
+        }
+    }
+    return result;
+}
+
+void setLimits(int fd, uint32_t milliseconds)
+{
+    const timeval limit{.tv_sec = static_cast<time_t>(milliseconds / 1000),
+                        .tv_usec = static_cast<suseconds_t>(milliseconds % 1000 * 1000)};
+    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+}
+
+bool isTrusted(int fd)
+{
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    return getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && mayTalk(peer.uid);
+}
+
+uint32_t resultOf(int error)
+{
+    switch (error) {
+    case EAGAIN:
+        return QX_ERR_TIMEOUT;
+    case EMSGSIZE:
+        return QX_ERR_TOO_LARGE;
+    case ENOMEM:
+    case ENOBUFS:
+    case EMFILE:
+    case ENFILE:
+        return QX_ERR_NO_MEMORY;
+    default:
+        return QX_ERR_PEER_GONE;
+    }
+}
+
+// Below this size, copying a payload behind its header costs less than telling the kernel of two pieces.
+constexpr size_t kSmallFrame = 512;
+
+ssize_t sendSmall(int fd, FrameHeader &header, Payload payload, int flags)
+{
+    std::array<std::byte, kSmallFrame> bytes;
+    std::memcpy(bytes.data(), &header, sizeof header);
+    std::copy(payload.begin(), payload.end(), bytes.begin() + sizeof header);
+    return send(fd, bytes.data(), sizeof header + payload.size(), flags);
+}
+
+ssize_t sendLarge(int fd, FrameHeader &header, Payload payload, int flags)
+{
+    std::array<iovec, 2> parts{{
+        {.iov_base = &header, .iov_len = sizeof header},
+        {.iov_base = const_cast<std::byte *>(payload.data()), .iov_len = payload.size()},
+    }};
+    msghdr message{};
+    message.msg_iov = parts.data();
+    message.msg_iovlen = parts.size();
+    return sendmsg(fd, &message, flags);
+}
+
+// 0 or an errno.
+int sendFrame(int fd, FrameHeader header, Payload payload, int flags)
+{
+    header.length = static_cast<uint32_t>(payload.size());
+    const bool small = sizeof header + payload.size() <= kSmallFrame;
+    ssize_t sent = -1;
+    do {
+        sent = (small ? sendSmall : sendLarge)(fd, header, payload, flags | MSG_NOSIGNAL);
+    } while (sent < 0 && errno == EINTR);
+    return sent < 0 ? errno : 0;
+}
+
+// The reply to `serial`, which is all that the other side may send.
+uint32_t receiveReply(int fd, uint32_t serial, FrameHeader &reply)
+{
+    ssize_t got = recv(fd, &reply, sizeof reply, MSG_TRUNC);
+    uint64_t deadline = 0; // looked at only when signals cut the wait short, each of which starts it anew
+    while (got < 0 && errno == EINTR && (deadline == 0 || monotonicNs() < deadline)) {
+        deadline = deadline != 0 ? deadline : monotonicNs() + uint64_t{timeLimitMs()} * 1'000'000U;
+        got = recv(fd, &reply, sizeof reply, MSG_TRUNC);
+    }
+    if (got < 0) {
+        return errno == EINTR ? QX_ERR_TIMEOUT : resultOf(errno);
+    }
+    if (got == 0) {
+        return QX_ERR_PEER_GONE;
+    }
+    const bool fits = static_cast<size_t>(got) == sizeof reply && isWhole(reply, sizeof reply);
+    return fits && reply.kind == FrameKind::reply && reply.serial == serial ? QX_OK : QX_ERR_PROTOCOL;
+}
+
+void disconnect(Peer &peer)
+{
+    if (peer.fd >= 0) {
+        close(peer.fd);
+    }
+    peer.fd = -1;
+    peer.stalled = false;
+}
+
+// A kept connection whose other end closed it is made anew, once: the process may have closed just that one.
+uint32_t sendOnPeer(Peer &peer, const FrameHeader &header, Payload payload)
+{
+    int error = ENOTCONN;
+    if (peer.fd >= 0) {
+        error = sendFrame(peer.fd, header, payload, peer.stalled ? MSG_DONTWAIT : 0);
+    }
+    if (error == ENOTCONN || error == EPIPE || error == ECONNRESET) {
+        disconnect(peer);
+        const int fd = connectTo(peer.id, true);
+        if (fd < 0) {
+            return resultOf(-fd);
+        }
+        peer.fd = fd;
+        error = sendFrame(peer.fd, header, payload, 0);
+    }
+    peer.stalled = error == EAGAIN;
+    return error == 0 ? QX_OK : resultOf(error);
+}
+
+// Waits for the peer's turn no longer than for the peer itself.
+class PeerTurn {
+public:
+    explicit PeerTurn(Peer &peer) : peer_(peer)
+    {
+        taken_ = pthread_mutex_trylock(&peer.lock) == 0 || waitFor(peer);
+    }
+    ~PeerTurn()
+    {
+        if (taken_) {
+            pthread_mutex_unlock(&peer_.lock);
+        }
+    }
+    PeerTurn(const PeerTurn &) = delete;
+    PeerTurn &operator=(const PeerTurn &) = delete;
+    explicit operator bool() const { return taken_; }
+
+private:
+    static bool waitFor(Peer &peer)
+    {
+        const uint64_t end = monotonicNs() + uint64_t{timeLimitMs()} * 1'000'000U;
+        const timespec deadline{.tv_sec = static_cast<time_t>(end / 1'000'000'000U),
+                                .tv_nsec = static_cast<long>(end % 1'000'000'000U)};
+        return pthread_mutex_clocklock(&peer.lock, CLOCK_MONOTONIC, &deadline) == 0;
+    }
+
+    Peer &peer_;
+    bool taken_;
+};
+
+uint32_t sendInTurn(Peer &peer, FrameHeader &header, Payload payload, bool acknowledged)
+{
+    const PeerTurn turn(peer);
+    if (!turn) {
+        return QX_ERR_TIMEOUT;
+    }
+    header.serial = acknowledged ? newSerial() : 0;
+    uint32_t result = sendOnPeer(peer, header, payload);
+    if (result != QX_OK || !acknowledged) {
+        return result;
+    }
+    FrameHeader reply{};
+    result = receiveReply(peer.fd, header.serial, reply);
+    if (result != QX_OK) {
+        disconnect(peer); // a late reply must not be taken for the next one's
+        return result;
+    }
+    return reply.number != QX_OK ? reply.number : reply.word;
+}
+
+int takeIdle(PeerId id)
+{
+    const Lock lock(LockId::channels);
+    for (uint32_t i = gIdle.count(); i-- > 0;) {
+        if (gIdle[i].id == id) {
+            const int fd = gIdle[i].fd;
+            gIdle.removeAt(i);
+            return fd;
+        }
+    }
+    return -1;
+}
+
+void giveBack(PeerId id, int fd)
+{
+    const Lock lock(LockId::channels);
+    if (gIdle.count() ==
+        kMaxIdleChannels) { // the one that was idle longest is the likeliest to be of no more use
+        close(gIdle[0].fd);
+        gIdle.removeAt(0);
+    }
+    gIdle.push({.id = id, .fd = fd});
+}
+
+// What a handler sends while it works for a flow is more of that flow, but for prints: they end at the
+// terminal.
+FlowContext *joinFlow(FrameHeader &header)
+{
+    if (tFlow == nullptr || header.flow != 0 || header.kind == FrameKind::print) {
+        return nullptr;
+    }
+    header.flow = tFlow->flow;
+    header.origin = tFlow->origin;
+    return tFlow;
+}
+
+bool isBroken(int error)
+{
+    return error == EPIPE || error == ECONNRESET || error == ENOTCONN;
+}
+
+} // namespace
+
+FlowContext *&currentFlow()
+{
+    return tFlow;
+}
+
+uint32_t timeLimitMs()
+{
+    return gLimitMs.load(std::memory_order_relaxed);
+}
+
+void setTimeLimitMs(uint32_t milliseconds)
+{
+    gLimitMs.store(milliseconds == 0 ? kDefaultLimitMs : milliseconds, std::memory_order_relaxed);
+}
+
+int connectTo(PeerId id, bool waits)
+{
+    PathText path{};
+    if (!socketAddress(socketName(id), path)) {
+        return -ENOENT;
+    }
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    static_assert(sizeof address.sun_path >= sizeof path);
+    std::memcpy(static_cast<void *>(address.sun_path), path.data(), path.size());
+    const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | (waits ? 0 : SOCK_NONBLOCK), 0);
+    if (fd < 0) {
+        return -errno;
+    }
+    if (waits) {
+        setLimits(fd, timeLimitMs());
+    }
+    int error = 0;
+    do {
+        error = connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 ? 0 : errno;
+    } while (error == EINTR);
+    if (error == 0 && !isTrusted(fd)) {
+        error = EPERM;
+    }
+    if (error != 0) {
+        close(fd);
+        return -error;
+    }
+    return fd;
+}
+
+bool listens(PeerId id)
+{
+    const int fd = connectTo(id, false);
+    if (fd >= 0) {
+        close(fd);
+    }
+    return fd >= 0 || fd == -EAGAIN; // a full queue of connections is a sign of life
+}
+
+Holders::Holders(Role role) : result_(QX_OK)
+{
+    const Lock lock(LockId::roles);
+    result_ = readClaims();
+    if (result_ != QX_OK) {
+        return;
+    }
+    for (const CachedClaim &cached : gClaims) {
+        const bool held = cached.claim.role.kind == role.kind &&
+                          (cached.claim.role.number == role.number || role.number == kAnyNumber);
+        if (!held || cached.peer == nullptr || std::find(begin(), end(), cached.peer) != end()) {
+            continue;
+        }
+        if (!peers_.push(cached.peer)) {
+            result_ = QX_ERR_NO_MEMORY;
+            break;
+        }
+    }
+    const Lock peersLock(LockId::peers);
+    for (Peer *peer : *this) {
+        ++peer->references;
+    }
+}
+
+Holders::~Holders()
+{
+    release({begin(), count()});
+}
+
+void Holders::dropLatest()
+{
+    release({end() - 1, 1});
+    peers_.removeAt(count() - 1);
+}
+
+uint32_t sendTo(Peer &peer, FrameHeader header, Payload payload, bool acknowledged)
+{
+    if (payload.size() > kMaxPayload) {
+        return QX_ERR_TOO_LARGE;
+    }
+    FlowContext *const flow = joinFlow(header);
+    const uint32_t result = sendInTurn(peer, header, payload, acknowledged);
+    if (result == QX_OK && flow != nullptr) {
+        flow->receivers.push(peer.id);
+    }
+    if (result == QX_ERR_PEER_GONE && !listens(peer.id)) {
+        removeRemains(peer.id);
+    }
+    return result;
+}
+
+uint32_t sendToId(PeerId id, const FrameHeader &header, Payload payload)
+{
+    Peer *const peer = referToPeer(id);
+    if (peer == nullptr) {
+        return QX_ERR_NO_MEMORY;
+    }
+    const uint32_t result = sendTo(*peer, header, payload);
+    release({&peer, 1});
+    return result;
+}
+
+uint32_t sendToAll(Role role, const FrameHeader &header, Payload payload, bool acknowledged,
+                   uint32_t &reached)
+{
+    Holders holders(role);
+    uint32_t result = holders.result();
+    for (Peer *peer : holders) {
+        const uint32_t sent = sendTo(*peer, header, payload, acknowledged);
+        reached += sent == QX_OK ? 1 : 0;
+        result = sent == QX_OK || sent == QX_ERR_PEER_GONE ? result : sent;
+    }
+    return result;
+}
+
+uint32_t request(PeerId id, FrameHeader header, Payload payload, FrameHeader &reply)
+{
+    if (payload.size() > kMaxPayload) {
+        return QX_ERR_TOO_LARGE;
+    }
+    FlowContext *const flow = joinFlow(header);
+    header.serial = newSerial();
+    int fd = takeIdle(id);
+    int error = fd >= 0 ? sendFrame(fd, header, payload, 0) : ENOTCONN;
+    if (isBroken(error)) {
+        if (fd >= 0) {
+            close(fd);
+        }
+        fd = connectTo(id, true);
+        if (fd < 0) {
+            return fd == -ECONNREFUSED || fd == -ENOENT ? QX_ERR_NOBODY : resultOf(-fd);
+        }
+        error = sendFrame(fd, header, payload, 0);
+    }
+    if (error == 0 && flow != nullptr) {
+        flow->receivers.push(id);
+    }
+    const uint32_t result = error == 0 ? receiveReply(fd, header.serial, reply) : resultOf(error);
+    if (result == QX_OK) {
+        giveBack(id, fd);
+    } else {
+        close(fd);
+    }
+    return result;
+}
+
+uint32_t requestOfLatest(Role role, const FrameHeader &header, Payload payload, FrameHeader &reply)
+{
+    for (uint32_t dead = 0; dead < kMaxDeadHolders; ++dead) {
+        Holders holders(role);
+        if (holders.result() != QX_OK || holders.count() == 0) {
+            return holders.result() != QX_OK ? holders.result() : QX_ERR_NOBODY;
+        }
+        const PeerId id = holders.latest()->id;
+        const uint32_t result = request(id, header, payload, reply);
+        if (result != QX_ERR_NOBODY) {
+            return result;
+        }
+        removeRemains(id);
+    }
+    return QX_ERR_NOBODY;
+}
+
+// Of a fork's parent: threads that referred to them are not there any more.
+void forgetPeers()
+{
+    while (gPeers != nullptr) {
+        destroy(std::exchange(gPeers, gPeers->next));
+    }
+}
+
+void closeAllConnections()
+{
+    {
+        const Lock lock(LockId::roles);
+        forgetClaims();
+    }
+    const Lock lock(LockId::channels);
+    for (const Channel &channel : gIdle) {
+        close(channel.fd);
+    }
+    gIdle.clear();
+}
+
+} // namespace qx

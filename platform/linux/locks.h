@@ -1,0 +1,26 @@
+// The platform's process-wide locks, in the order in which one thread may take several. They stand together
+// so that a fork can hold all of them: the child then starts from a state that no other thread was changing.
+#pragma once
+
+#include <pthread.h>
+
+namespace qx {
+
+enum class LockId { events, procedures, terminals, kernel, join, roles, peers, channels, directory, ring };
+constexpr unsigned kLockCount = static_cast<unsigned>(LockId::ring) + 1;
+
+pthread_mutex_t &lockOf(LockId id);
+
+class Lock {
+public:
+    explicit Lock(LockId id) : mutex_(lockOf(id)) { pthread_mutex_lock(&mutex_); }
+    explicit Lock(pthread_mutex_t &mutex) : mutex_(mutex) { pthread_mutex_lock(&mutex_); }
+    ~Lock() { pthread_mutex_unlock(&mutex_); }
+    Lock(const Lock &) = delete;
+    Lock &operator=(const Lock &) = delete;
+
+private:
+    pthread_mutex_t &mutex_;
+};
+
+} // namespace qx

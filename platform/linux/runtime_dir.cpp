@@ -1,0 +1,323 @@
+#include "platform/linux/runtime_dir.h"
+
+#include "platform/linux/locks.h"
+
+#include <atomic>
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <ctime>
+#include <dirent.h>
+#include <fcntl.h>
+#include <string_view>
+#include <sys/file.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <tuple>
+#include <unistd.h>
+
+namespace qx {
+namespace {
+
+constinit std::atomic<int> gDirFd{-1};
+constinit std::atomic<int> gEditionFd{-1};
+
+// How a role is written: a word, and its number in the base in which people write it (0: it has none).
+struct RoleText {
+    std::string_view word;
+    int base;
+};
+
+constexpr std::array<RoleText, 4> kRoleTexts{{
+    {.word = "rpc", .base = 16},
+    {.word = "event", .base = 10},
+    {.word = "terminal", .base = 10},
+    {.word = "kernel", .base = 0},
+}};
+
+template <typename Text, typename... Arguments>
+Text format(const char *pattern, Arguments... arguments)
+{
+    Text text{};
+    std::snprintf(text.data(), text.size(), pattern, arguments...);
+    return text;
+}
+
+PathText claimPath(const RoleClaim &claim)
+{
+    return format<PathText>("roles/%s", claimName(claim).data());
+}
+
+bool locate(char *path, size_t size)
+{
+    const char *named = std::getenv("ZEMA_RUNTIME_DIR");
+    const char *session = std::getenv("XDG_RUNTIME_DIR");
+    int length = -1;
+    if (named != nullptr && *named != '\0') {
+        length = std::snprintf(path, size, "%s", named);
+    } else if (geteuid() == 0) {
+        length = std::snprintf(path, size, "/run/zema");
+    } else if (session != nullptr && *session != '\0') {
+        length = std::snprintf(path, size, "%s/zema", session);
+    }
+    return length > 0 && static_cast<size_t>(length) < size;
+}
+
+bool isOursAlone(int fd)
+{
+    struct stat status {};
+    if (fstat(fd, &status) != 0) {
+        return false;
+    }
+    const bool ours = status.st_uid == geteuid() || geteuid() == 0;
+    return S_ISDIR(status.st_mode) && ours && (status.st_mode & 077U) == 0;
+}
+
+bool makeRooms(int fd)
+{
+    for (const char *room : {"bus", "roles", "records"}) {
+        if (mkdirat(fd, room, 0700) != 0 && errno != EEXIST) {
+            return false;
+        }
+    }
+    return true;
+}
+
+int openDir()
+{
+    std::array<char, 4096> path{};
+    if (!locate(path.data(), path.size())) {
+        return -1;
+    }
+    if (mkdir(path.data(), 0700) != 0 && errno != EEXIST) {
+        return -1;
+    }
+    const int fd = open(path.data(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd >= 0 && (!isOursAlone(fd) || !makeRooms(fd))) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+int openEdition(int dirFd)
+{
+    return openat(dirFd, "edition", O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+}
+
+bool bumpEdition()
+{
+    return write(gEditionFd.load(std::memory_order_acquire), "+", 1) == 1;
+}
+
+template <typename Number>
+bool takeNumber(std::string_view &text, Number &out, int base)
+{
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), out, base);
+    text.remove_prefix(static_cast<size_t>(end - text.data()));
+    return error == std::errc{};
+}
+
+bool takeChar(std::string_view &text, char wanted)
+{
+    if (text.empty() || text.front() != wanted) {
+        return false;
+    }
+    text.remove_prefix(1);
+    return true;
+}
+
+// Accepts what claimName writes and nothing else: a name that reads back differently is not one of ours.
+bool parseClaim(std::string_view text, RoleClaim &out)
+{
+    const std::string_view whole = text;
+    const auto *const row = std::find_if(kRoleTexts.begin(), kRoleTexts.end(),
+                                         [&](const RoleText &each) { return text.starts_with(each.word); });
+    if (row == kRoleTexts.end()) {
+        return false;
+    }
+    text.remove_prefix(row->word.size());
+    out.role = {.kind = static_cast<RoleKind>(row - kRoleTexts.begin()), .number = 0};
+    const bool numbered =
+        row->base == 0 || (takeChar(text, '-') && takeNumber(text, out.role.number, row->base));
+    const bool parsed = numbered && takeChar(text, '.') && takeNumber(text, out.stamp, 16) &&
+                        takeChar(text, '.') && takeNumber(text, out.holder.pid, 10) && takeChar(text, '-') &&
+                        takeNumber(text, out.holder.nonce, 16);
+    return parsed && text.empty() && whole == claimName(out).data();
+}
+
+bool sortsBefore(const RoleClaim &a, const RoleClaim &b)
+{
+    return std::tie(a.role.kind, a.role.number, a.stamp) < std::tie(b.role.kind, b.role.number, b.stamp);
+}
+
+template <typename Visit>
+bool visitRoles(int dirFd, Visit visit)
+{
+    const int fd = openat(dirFd, "roles", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    DIR *listing = fd >= 0 ? fdopendir(fd) : nullptr;
+    if (listing == nullptr) {
+        if (fd >= 0) {
+            close(fd);
+        }
+        return false;
+    }
+    bool good = true;
+    RoleClaim claim{};
+    while (const dirent *entry = good ? readdir(listing) : nullptr) {
+        good = !parseClaim(entry->d_name, claim) || visit(claim);
+    }
+    closedir(listing);
+    return good;
+}
+
+} // namespace
+
+int runtimeDirFd()
+{
+    int fd = gDirFd.load(std::memory_order_acquire);
+    if (fd >= 0) {
+        return fd;
+    }
+    const Lock lock(LockId::directory);
+    fd = gDirFd.load(std::memory_order_relaxed);
+    if (fd >= 0) {
+        return fd;
+    }
+    fd = openDir();
+    const int editionFd = fd >= 0 ? openEdition(fd) : -1;
+    if (fd >= 0 && editionFd < 0) {
+        close(fd);
+        return -1;
+    }
+    gEditionFd.store(editionFd, std::memory_order_release);
+    gDirFd.store(fd, std::memory_order_release);
+    return fd;
+}
+
+void forgetRuntimeDir()
+{
+    for (std::atomic<int> *kept : {&gDirFd, &gEditionFd}) {
+        const int fd = kept->exchange(-1);
+        if (fd >= 0) {
+            close(fd);
+        }
+    }
+}
+
+uint64_t monotonicNs()
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<uint64_t>(now.tv_sec) * 1'000'000'000U + static_cast<uint64_t>(now.tv_nsec);
+}
+
+uint32_t randomNonce()
+{
+    uint32_t nonce = 0;
+    if (getrandom(&nonce, sizeof nonce, GRND_NONBLOCK) != sizeof nonce) {
+        nonce = static_cast<uint32_t>(monotonicNs());
+    }
+    return nonce;
+}
+
+NameText socketName(PeerId id)
+{
+    return format<NameText>("bus/%u-%08x", id.pid, id.nonce);
+}
+
+NameText claimName(const RoleClaim &claim)
+{
+    const RoleText &row = kRoleTexts[static_cast<size_t>(claim.role.kind)];
+    std::array<char, 16> number{};
+    if (row.base != 0) {
+        std::snprintf(number.data(), number.size(), row.base == 16 ? "-%X" : "-%u", claim.role.number);
+    }
+    return format<NameText>("%s%s.%016llx.%u-%08x", row.word.data(), number.data(),
+                            static_cast<unsigned long long>(claim.stamp), claim.holder.pid,
+                            claim.holder.nonce);
+}
+
+bool socketAddress(const NameText &name, PathText &out)
+{
+    const int fd = runtimeDirFd();
+    out = format<PathText>("/proc/self/fd/%d/%s", fd, name.data());
+    return fd >= 0;
+}
+
+Edition readEdition()
+{
+    struct stat status {};
+    const bool stands =
+        fstat(gEditionFd.load(std::memory_order_acquire), &status) == 0 && status.st_nlink > 0;
+    return {.known = stands, .changes = static_cast<uint64_t>(status.st_size)};
+}
+
+bool writeClaim(const RoleClaim &claim)
+{
+    const int dirFd = runtimeDirFd();
+    const PathText path = claimPath(claim);
+    const int fd = openat(dirFd, path.data(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (fd < 0) {
+        return false;
+    }
+    close(fd);
+    if (!bumpEdition()) {
+        unlinkat(dirFd, path.data(), 0);
+        return false;
+    }
+    return true;
+}
+
+void removeClaim(const RoleClaim &claim)
+{
+    const int dirFd = runtimeDirFd();
+    unlinkat(dirFd, claimPath(claim).data(), 0);
+    bumpEdition();
+}
+
+bool listClaims(Vec<RoleClaim> &out)
+{
+    const int dirFd = runtimeDirFd();
+    if (dirFd < 0 || !visitRoles(dirFd, [&](const RoleClaim &claim) { return out.push(claim); })) {
+        return false;
+    }
+    std::sort(out.begin(), out.end(), sortsBefore);
+    return true;
+}
+
+void removeRemains(PeerId id)
+{
+    Vec<RoleClaim> claims;
+    listClaims(claims);
+    for (const RoleClaim &claim : claims) {
+        if (claim.holder == id) {
+            unlinkat(runtimeDirFd(), claimPath(claim).data(), 0);
+        }
+    }
+    unlinkat(runtimeDirFd(), socketName(id).data(), 0);
+    bumpEdition();
+}
+
+RegistryLock::RegistryLock(uint32_t timeoutMs)
+    : fd_(openat(runtimeDirFd(), "lock", O_RDWR | O_CREAT | O_CLOEXEC, 0600))
+{
+    const uint64_t deadline = monotonicNs() + uint64_t{timeoutMs} * 1'000'000U;
+    while (fd_ >= 0 && flock(fd_, LOCK_EX | LOCK_NB) != 0) {
+        if (monotonicNs() > deadline) {
+            close(fd_);
+            fd_ = -1;
+            return;
+        }
+        usleep(2000);
+    }
+}
+
+RegistryLock::~RegistryLock()
+{
+    if (fd_ >= 0) {
+        close(fd_);
+    }
+}
+
+} // namespace qx

@@ -1,0 +1,371 @@
+#include "tests/support/platform_double.h"
+
+#include "qx/cli.h"
+#include "qx/diag.h"
+#include "qx/event.h"
+#include "qx/hlp.h"
+#include "qx/memory.h"
+#include "qx/text.h"
+
+#include <dlfcn.h>
+
+#include <cstdlib>
+#include <cstring>
+
+namespace zema::test {
+
+PlatformDouble &PlatformDouble::instance()
+{
+    static PlatformDouble instance;
+    return instance;
+}
+
+void PlatformDouble::reset()
+{
+    const std::scoped_lock guard(lock);
+    watching = true;
+    visitMissingElement = false;
+    recordCount = 0;
+    journal.clear();
+    records.clear();
+    rpcRows.clear();
+    blocks.clear();
+    visited.clear();
+    subscriptions.clear();
+    elements.clear();
+    failures_.clear();
+}
+
+void PlatformDouble::fail(const std::string &function, uint32_t nth, int64_t result)
+{
+    const std::scoped_lock guard(lock);
+    failures_[function] = {nth, result};
+}
+
+std::vector<Call> PlatformDouble::calls(const std::set<std::string> &functions) const
+{
+    std::vector<Call> found;
+    for (const Call &call : journal) {
+        if (functions.contains(call.function)) {
+            found.push_back(call);
+        }
+    }
+    return found;
+}
+
+std::vector<uint32_t> PlatformDouble::deliver(uint32_t event, void *data) const
+{
+    std::vector<uint32_t> results;
+    for (const auto &[subscribed, handler] : std::vector(subscriptions)) {
+        if (subscribed == event) {
+            results.push_back(handler(data));
+        }
+    }
+    return results;
+}
+
+testing::AssertionResult PlatformDouble::recorded(std::string_view file,
+                                                  const std::vector<Values> &expected) const
+{
+    std::vector<Values> actual;
+    for (const Record &record : records) {
+        if (record.file != file || record.line == 0) {
+            return testing::AssertionFailure() << "recorded under " << record.file << ":" << record.line;
+        }
+        actual.push_back(record.values);
+        for (size_t i = 0; i < record.values.size() && actual.size() <= expected.size(); ++i) {
+            if (expected[actual.size() - 1][i] == kSomeAddress && record.values[i] != 0) {
+                actual.back()[i] = kSomeAddress;
+            }
+        }
+    }
+    if (actual != expected) {
+        return testing::AssertionFailure() << "recorded " << testing::PrintToString(actual) << "\nexpected "
+                                           << testing::PrintToString(expected);
+    }
+    return testing::AssertionSuccess();
+}
+
+std::optional<int64_t> PlatformDouble::enter(Call call)
+{
+    const std::scoped_lock guard(lock);
+    if (!watching) {
+        return std::nullopt;
+    }
+    const auto failure = failures_.find(call.function);
+    journal.push_back(std::move(call));
+    if (failure == failures_.end()) {
+        return std::nullopt;
+    }
+    const auto [nth, result] = failure->second;
+    if (nth == 0) {
+        return result;
+    }
+    if (--failure->second.nth > 0) {
+        return std::nullopt;
+    }
+    failures_.erase(failure);
+    return result;
+}
+
+void PlatformDouble::note(Record record)
+{
+    const std::scoped_lock guard(lock);
+    ++recordCount;
+    if (watching) {
+        records.push_back(std::move(record));
+    }
+}
+
+} // namespace zema::test
+
+using zema::test::Call;
+using zema::test::PlatformDouble;
+
+namespace {
+
+PlatformDouble &platform()
+{
+    return PlatformDouble::instance();
+}
+
+// The definition behind the double's own.
+template <auto *Function>
+auto *real(const char *name)
+{
+    static const auto found = reinterpret_cast<decltype(Function)>(dlsym(RTLD_NEXT, name));
+    if (found == nullptr) {
+        std::abort();
+    }
+    return found;
+}
+
+std::string bytesAt(const void *bytes, size_t size)
+{
+    return bytes == nullptr ? std::string() : std::string(static_cast<const char *>(bytes), size);
+}
+
+// Keeps the call; yields the failure that is due, or what action yields.
+template <typename Action>
+auto watched(Call call, Action action) -> decltype(action())
+{
+    if (!platform().watching) {
+        return action();
+    }
+    const std::optional<int64_t> failure = platform().enter(std::move(call));
+    if (!failure) {
+        return action();
+    }
+    if constexpr (std::is_pointer_v<decltype(action())>) {
+        return nullptr;
+    } else {
+        return static_cast<decltype(action())>(*failure);
+    }
+}
+
+// ---- A list of elements in order, as the platform's ----
+
+uint32_t findElement(ArrayList * /*list*/, ArrayListCompare compare, const void *key, void *out)
+{
+    return watched({"ArrayList.find", {}, static_cast<const char *>(key)}, [&]() -> uint32_t {
+        for (const std::string &element : platform().elements) {
+            if (compare(element.data(), key) == 0) {
+                std::memcpy(out, element.data(), element.size());
+                return 0;
+            }
+        }
+        return QX_ERR_NOT_FOUND;
+    });
+}
+
+uint32_t addElement(ArrayList * /*list*/, const void *element, uint32_t size)
+{
+    return watched({"ArrayList.add", {size}, bytesAt(element, size)}, [&]() -> uint32_t {
+        platform().elements.push_back(bytesAt(element, size));
+        return 0;
+    });
+}
+
+uint32_t removeElement(ArrayList * /*list*/, ArrayListCompare compare, const void *key)
+{
+    return watched({"ArrayList.remove", {}, static_cast<const char *>(key)}, [&]() -> uint32_t {
+        return std::erase_if(platform().elements,
+                             [&](const std::string &element) { return compare(element.data(), key) == 0; }) >
+                       0
+                   ? 0
+                   : QX_ERR_NOT_FOUND;
+    });
+}
+
+uint32_t visitElements(ArrayList * /*list*/, ArrayListVisitor visitor, void *context)
+{
+    return watched({"ArrayList.forEach", {}, {}}, [&]() -> uint32_t {
+        uint32_t visited = 0;
+        if (platform().visitMissingElement && visitor(nullptr, &visited, context) != 0) {
+            return 1;
+        }
+        for (std::string element : std::vector(platform().elements)) {
+            visited = 0;
+            if (visitor(element.data(), &visited, context) != 0) {
+                return 1;
+            }
+            if (visited == 1) {
+                platform().visited.push_back(element.data());
+            }
+        }
+        return 0;
+    });
+}
+
+ArrayList theList = {
+    .pfnFind = findElement, .pfnAdd = addElement, .pfnRemove = removeElement, .pfnForEach = visitElements};
+
+} // namespace
+
+// ---- Diagnostics, terminals, messages, events, lists: the double's own ----
+
+uint32_t QX_PROC_DBG_LastWord(const char *file, uint32_t line, uint32_t value1, uint32_t value2,
+                              uint32_t value3, uint32_t value4, uint32_t value5)
+{
+    platform().note({file, line, {value1, value2, value3, value4, value5}});
+    return 0;
+}
+
+uint32_t QX_CLI_SynPrint(uint32_t terminal, const char *bytes, uint32_t size)
+{
+    return watched({"QX_CLI_SynPrint", {terminal}, bytesAt(bytes, size)}, [] { return 0U; });
+}
+
+uint32_t QX_CLI_AsynPrint(uint32_t terminal, const char *bytes, uint32_t size)
+{
+    return watched({"QX_CLI_AsynPrint", {terminal}, bytesAt(bytes, size)}, [] { return 0U; });
+}
+
+uint32_t QX_OS_HLP_Send(void * /*message*/, uint32_t option1, uint32_t option2)
+{
+    return watched({"QX_OS_HLP_Send", {option1, option2}, {}}, [] { return 0U; });
+}
+
+uint32_t QX_MSG_RegOverWriteRpcCalls(const QxRpcRow *rows)
+{
+    return watched({"QX_MSG_RegOverWriteRpcCalls", {}, {}}, [&] {
+        platform().rpcRows.clear();
+        for (; rows->ulId != QX_RPC_END_OF_TABLE; ++rows) {
+            platform().rpcRows.push_back(*rows);
+        }
+        return 0U;
+    });
+}
+
+uint32_t EventCenter_SubscribeEvent(uint32_t event, QxEventHandler handler)
+{
+    return watched({"EventCenter_SubscribeEvent", {event}, {}}, [&] {
+        platform().subscriptions.emplace_back(event, handler);
+        return 0U;
+    });
+}
+
+uint32_t EventCenter_RemoveEvent(uint32_t event, QxEventHandler handler)
+{
+    return watched({"EventCenter_RemoveEvent", {event}, {}}, [&] {
+        return std::erase(platform().subscriptions, std::pair(event, handler)) > 0 ? 0U : QX_ERR_NOT_FOUND;
+    });
+}
+
+uint32_t EventCenter_GlobalInvokeEvent2(uint32_t event, void *data, uint32_t size)
+{
+    return watched({"EventCenter_GlobalInvokeEvent2", {event}, bytesAt(data, size)}, [] { return 0U; });
+}
+
+ArrayList *ArrayList_GetArrayList(ArrayList ** /*holder*/)
+{
+    return watched({"ArrayList_GetArrayList", {}, {}}, [] { return &theList; });
+}
+
+// ---- Memory, texts, HLP messages: the real ones, watched ----
+
+void *QX_OS_MemMallocD(uint32_t size)
+{
+    return watched({"QX_OS_MemMallocD", {size}, {}}, [&] {
+        void *const block = real<QX_OS_MemMallocD>("QX_OS_MemMallocD")(size);
+        const std::scoped_lock guard(platform().lock);
+        platform().blocks.insert(block);
+        return block;
+    });
+}
+
+uint32_t QX_OS_MemFreeD(void *block)
+{
+    return watched({"QX_OS_MemFreeD", {}, {}}, [&] {
+        const std::scoped_lock guard(platform().lock);
+        EXPECT_EQ(platform().blocks.erase(block), 1U)
+            << "a block that is not the allocator's, or freed twice";
+        return real<QX_OS_MemFreeD>("QX_OS_MemFreeD")(block);
+    });
+}
+
+uint32_t QX_OS_MemSet_S(void *dst, uint32_t dstSize, int32_t value, uint32_t count)
+{
+    return watched({"QX_OS_MemSet_S", {dstSize, static_cast<uint64_t>(value), count}, {}},
+                   [&] { return real<QX_OS_MemSet_S>("QX_OS_MemSet_S")(dst, dstSize, value, count); });
+}
+
+int32_t memset_s(void *dst, size_t dstSize, int32_t value, size_t count)
+{
+    return watched({"memset_s", {dstSize, static_cast<uint64_t>(value), count}, {}},
+                   [&] { return real<memset_s>("memset_s")(dst, dstSize, value, count); });
+}
+
+int32_t memcpy_s(void *dst, size_t dstSize, const void *src, size_t count)
+{
+    return watched({"memcpy_s", {dstSize, count}, {}},
+                   [&] { return real<memcpy_s>("memcpy_s")(dst, dstSize, src, count); });
+}
+
+int32_t strncpy_s(char *dst, size_t dstSize, const char *src, size_t count)
+{
+    return watched({"strncpy_s", {dstSize, count}, {}},
+                   [&] { return real<strncpy_s>("strncpy_s")(dst, dstSize, src, count); });
+}
+
+int32_t snprintf_s(char *dst, size_t dstSize, size_t count, const char *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    const int32_t written = watched({"snprintf_s", {dstSize, count}, format}, [&] {
+        return real<vsnprintf_s>("vsnprintf_s")(dst, dstSize, count, format, arguments);
+    });
+    va_end(arguments);
+    return written;
+}
+
+int32_t QX_OS_Snprintf_S(char *dst, size_t dstSize, size_t count, const char *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    const int32_t written = watched({"QX_OS_Snprintf_S", {dstSize, count}, format}, [&] {
+        return real<vsnprintf_s>("vsnprintf_s")(dst, dstSize, count, format, arguments);
+    });
+    va_end(arguments);
+    return written;
+}
+
+uint32_t QX_OS_UInt32ToStr_S(uint32_t value, char *out, uint32_t size)
+{
+    return watched({"QX_OS_UInt32ToStr_S", {value, size}, {}},
+                   [&] { return real<QX_OS_UInt32ToStr_S>("QX_OS_UInt32ToStr_S")(value, out, size); });
+}
+
+uint32_t QX_OS_InitHlpMsg(void *message, uint32_t zero, uint32_t type, uint32_t para1, uint32_t para2)
+{
+    return watched({"QX_OS_InitHlpMsg", {zero, type, para1, para2}, {}}, [&] {
+        return real<QX_OS_InitHlpMsg>("QX_OS_InitHlpMsg")(message, zero, type, para1, para2);
+    });
+}
+
+uint32_t QX_OS_AddTlvToHlpMsg(void *message, uint8_t type, uint16_t size, const void *value)
+{
+    return watched({"QX_OS_AddTlvToHlpMsg", {type, size}, bytesAt(value, size)}, [&] {
+        return real<QX_OS_AddTlvToHlpMsg>("QX_OS_AddTlvToHlpMsg")(message, type, size, value);
+    });
+}

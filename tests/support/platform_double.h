@@ -1,0 +1,97 @@
+// A host that watches: it defines platform functions of its own, which take the place of libqxplatform's,
+// keeps a journal of their calls and can make any of them fail. What is not of the test's interest goes on to
+// the real one.
+#pragma once
+
+#include "qx/list.h"
+#include "qx/message.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace zema::test {
+
+using Values = std::array<uint32_t, 5>;
+
+// Stands for a recorded value that the test cannot know (an address), but for 0.
+inline constexpr uint32_t kSomeAddress = 0xABCDABCD;
+
+struct Record {
+    std::string file;
+    uint32_t line;
+    Values values;
+};
+
+struct Call {
+    std::string function;
+    std::vector<uint64_t> values; // the arguments that are numbers, in order
+    std::string bytes;            // what the call was handed to print, send, raise or copy
+
+    bool operator==(const Call &) const = default;
+};
+
+class PlatformDouble {
+public:
+    static PlatformDouble &instance();
+
+    // Forgets all calls, records, failures, subscriptions and list elements.
+    void reset();
+
+    // Makes the nth call from now on (1 is the next one, 0 every one) of a function yield a result (a null
+    // pointer for functions that yield one) instead of acting.
+    void fail(const std::string &function, uint32_t nth, int64_t result = 1);
+
+    // While off, calls are neither kept nor failed and records only counted: for many thousand calls.
+    bool watching = true;
+
+    std::vector<Call> journal;
+    std::vector<Record> records;
+    size_t recordCount = 0;
+    std::vector<QxRpcRow> rpcRows;
+    std::set<void *> blocks;          // of the allocator, not yet given back
+    std::vector<std::string> visited; // elements that a list's visitor marked as visited
+    bool visitMissingElement = false; // for-each visits a null element first
+
+    // The calls of these functions, in order.
+    std::vector<Call> calls(const std::set<std::string> &functions) const;
+
+    // Calls the subscribers of an event with data; their results.
+    std::vector<uint32_t> deliver(uint32_t event, void *data) const;
+
+    // Whether exactly these values were recorded under this file, in this order.
+    testing::AssertionResult recorded(std::string_view file, const std::vector<Values> &expected) const;
+
+    // For the functions that the double defines.
+    std::optional<int64_t> enter(Call call);
+    void note(Record record);
+
+    std::mutex lock;
+    std::vector<std::pair<uint32_t, uint32_t (*)(void *)>> subscriptions;
+    std::vector<std::string> elements;
+
+private:
+    struct Failure {
+        uint32_t nth; // 0: every call
+        int64_t result;
+    };
+    std::map<std::string, Failure> failures_;
+};
+
+class PlatformTest : public testing::Test {
+protected:
+    PlatformTest() { platform.reset(); }
+    // The allocator's balance holds after every test.
+    ~PlatformTest() override { EXPECT_TRUE(platform.blocks.empty()) << "a block was not given back"; }
+
+    PlatformDouble &platform = PlatformDouble::instance();
+};
+
+} // namespace zema::test

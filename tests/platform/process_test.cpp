@@ -44,6 +44,7 @@ std::string printed(Print print)
     EXPECT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
     fcntl(ends[1], F_SETFL, O_NONBLOCK);
     std::string text;
+    text.reserve(4U << 20U); // the reader must not need memory while there is none
     std::thread reader([&] {
         std::array<char, 4096> part{};
         for (ssize_t size = 1; size > 0;

@@ -169,16 +169,32 @@ uint32_t handleCommand(uint32_t, const char *const *)
     return 0;
 }
 
-void startModuleAndAgent(Processes &processes)
+void serveTerminal()
 {
+    QxHost_ServeTerminal(
+        3, [](void *, const QxPrint *) { return 0U; }, nullptr);
+}
+
+void serveKernel()
+{
+    QxHost_ServeKernel([](void *, const void *, uint32_t) { return 0U; }, nullptr);
+}
+
+// Where no other process has taken them, the terminal and the kernel's side are in the agent's own process.
+void startAgentAndModule(Processes &processes, bool placesTaken)
+{
+    processes.start([placesTaken] { // the earliest registration answers: this is the agent
+        if (!placesTaken) {
+            serveTerminal();
+            serveKernel();
+        }
+        CMDAgent_Init();
+        CMDAgent_UnInit();
+        serveBus();
+    });
     processes.start([] {
         CMDAgent_Init();
         qx_ker_zema_cmd_reg("fw", handleCommand);
-        serveBus();
-    });
-    processes.start([] { // the latest registration answers: this is the agent
-        CMDAgent_Init();
-        CMDAgent_UnInit();
         serveBus();
     });
 }
@@ -196,7 +212,7 @@ void callUntilHandled(benchmark::State &state)
 void CommandBus(benchmark::State &state)
 {
     Processes processes;
-    startModuleAndAgent(processes);
+    startAgentAndModule(processes, false);
     callUntilHandled(state);
 }
 BENCHMARK(CommandBus);
@@ -207,15 +223,14 @@ void CommandBusWithTerminalAndKernel(benchmark::State &state)
 {
     Processes processes;
     processes.start([] {
-        QxHost_ServeTerminal(
-            3, [](void *, const QxPrint *) { return 0U; }, nullptr);
+        serveTerminal();
         serveBus();
     });
     processes.start([] {
-        QxHost_ServeKernel([](void *, const void *, uint32_t) { return 0U; }, nullptr);
+        serveKernel();
         serveBus();
     });
-    startModuleAndAgent(processes);
+    startAgentAndModule(processes, true);
     callUntilHandled(state);
 }
 BENCHMARK(CommandBusWithTerminalAndKernel);

@@ -412,20 +412,14 @@ bool isTaken(Role role)
     return taken;
 }
 
-uint32_t claimAnew(Role role)
+uint32_t claim(Role role)
 {
-    const RoleClaim claim{.role = role, .stamp = monotonicNs(), .holder = gBus.self};
-    RoleClaim *const old = findOwnClaim(role);
-    if (!writeClaim(claim)) {
+    const RoleClaim made{.role = role, .stamp = monotonicNs(), .holder = gBus.self};
+    if (!writeClaim(made)) {
         return QX_ERR_RUNTIME_DIR;
     }
-    if (old != nullptr) {
-        removeClaim(*old);
-        *old = claim;
-        return QX_OK;
-    }
-    if (!gOwnClaims.push(claim)) {
-        removeClaim(claim);
+    if (!gOwnClaims.push(made)) {
+        removeClaim(made);
         return QX_ERR_NO_MEMORY;
     }
     return QX_OK;
@@ -502,14 +496,17 @@ uint32_t claimRole(Role role, bool exclusive)
 {
     const Lock lock(LockId::join);
     const uint32_t joined = joinLocked();
-    if (joined != QX_OK || !exclusive) {
-        return joined != QX_OK ? joined : claimAnew(role);
+    if (joined != QX_OK || findOwnClaim(role) != nullptr) {
+        return joined;
+    }
+    if (!exclusive) {
+        return claim(role);
     }
     const RegistryLock registry(kRegistryTimeoutMs);
     if (!registry) {
         return QX_ERR_TIMEOUT;
     }
-    return isTaken(role) ? QX_ERR_TAKEN : claimAnew(role);
+    return isTaken(role) ? QX_ERR_TAKEN : claim(role);
 }
 
 void releaseRole(Role role)

@@ -18,7 +18,6 @@ namespace {
 
 constexpr uint32_t kDefaultLimitMs = 5000;
 constexpr uint32_t kMaxIdleChannels = 32;
-constexpr uint32_t kMaxDeadHolders = 64;
 
 struct CachedClaim {
     RoleClaim claim;
@@ -34,7 +33,8 @@ constinit std::atomic<uint32_t> gLimitMs{kDefaultLimitMs};
 constinit std::atomic<uint32_t> gSerial{0};
 constinit thread_local FlowContext *tFlow = nullptr;
 constinit Peer *gPeers = nullptr;                     // LockId::peers
-constinit Edition gEdition{};                         // LockId::roles
+constinit bool gClaimsKnown = false;                  // LockId::roles
+constinit uint32_t gEdition = 0;                      // LockId::roles
 constinit StaticVec<CachedClaim> gClaims;             // LockId::roles
 constinit StaticVec<Channel, kMaxIdleChannels> gIdle; // LockId::channels
 
@@ -102,7 +102,7 @@ void forgetClaims()
         }
     }
     gClaims.clear();
-    gEdition = {};
+    gClaimsKnown = false;
 }
 
 // The connections of processes that stay are kept: their peers are referred to anew before they are let go.
@@ -111,8 +111,8 @@ uint32_t readClaims()
     if (runtimeDirFd() < 0) {
         return QX_ERR_RUNTIME_DIR;
     }
-    const Edition edition = readEdition();
-    if (gEdition.known && edition == gEdition) {
+    const uint32_t edition = readEdition();
+    if (gClaimsKnown && edition == gEdition) {
         return QX_OK;
     }
     Vec<RoleClaim> claims;
@@ -129,7 +129,8 @@ uint32_t readClaims()
         }
     }
     gClaims.swap(fresh);
-    gEdition = {.known = edition.known && result == QX_OK, .changes = edition.changes};
+    gEdition = edition;
+    gClaimsKnown = result == QX_OK;
     for (const CachedClaim &cached : fresh) {
         if (cached.peer != nullptr) {
             release({&cached.peer, 1});
@@ -430,12 +431,6 @@ Holders::~Holders()
     release({begin(), count()});
 }
 
-void Holders::dropLatest()
-{
-    release({end() - 1, 1});
-    peers_.removeAt(count() - 1);
-}
-
 uint32_t sendTo(Peer &peer, FrameHeader header, Payload payload, bool acknowledged)
 {
     if (payload.size() > kMaxPayload) {
@@ -507,21 +502,18 @@ uint32_t request(PeerId id, FrameHeader header, Payload payload, FrameHeader &re
     return result;
 }
 
-uint32_t requestOfLatest(Role role, const FrameHeader &header, Payload payload, FrameHeader &reply)
+uint32_t requestOfFirst(Role role, const FrameHeader &header, Payload payload, FrameHeader &reply)
 {
-    for (uint32_t dead = 0; dead < kMaxDeadHolders; ++dead) {
-        Holders holders(role);
-        if (holders.result() != QX_OK || holders.count() == 0) {
-            return holders.result() != QX_OK ? holders.result() : QX_ERR_NOBODY;
-        }
-        const PeerId id = holders.latest()->id;
-        const uint32_t result = request(id, header, payload, reply);
+    Holders holders(role);
+    uint32_t result = holders.result() != QX_OK ? holders.result() : QX_ERR_NOBODY;
+    for (const Peer *peer : holders) {
+        result = request(peer->id, header, payload, reply);
         if (result != QX_ERR_NOBODY) {
-            return result;
+            break;
         }
-        removeRemains(id);
+        removeRemains(peer->id);
     }
-    return QX_ERR_NOBODY;
+    return result;
 }
 
 // Of a fork's parent: threads that referred to them are not there any more.

@@ -55,10 +55,13 @@ void learnName(FlowMember &member)
     if (fd < 0) {
         return;
     }
-    const ssize_t got = read(fd, member.name.data(), member.name.size() - 1);
+    std::array<char, 64> line{};
+    const ssize_t got = read(fd, line.data(), line.size());
     close(fd);
-    if (got > 0) { // a line
-        member.name[static_cast<size_t>(got - 1)] = '\0';
+    if (got > 1) {
+        const size_t length = std::min(static_cast<size_t>(got) - 1, member.name.size() - 1);
+        member.name = {};
+        std::copy_n(line.begin(), length, member.name.begin());
     }
 }
 
@@ -249,19 +252,18 @@ uint32_t QxHost_FlowCallRpc(QxFlow *flow, uint32_t id, uint32_t callerWord, cons
     if (flow == nullptr || text == nullptr) {
         return QX_ERR;
     }
+    const qx::Payload payload = qx::bytesOf(text, static_cast<uint32_t>(strlen(text) + 1));
     qx::Holders holders({.kind = qx::RoleKind::rpc, .number = id});
-    while (holders.result() == QX_OK && holders.count() > 0) {
-        qx::Peer *const latest = holders.latest();
-        const uint32_t sent = qx::sendTo(*latest, qx::flowFrame(*flow, qx::FrameKind::rpc, id, callerWord),
-                                         qx::bytesOf(text, static_cast<uint32_t>(strlen(text) + 1)));
+    for (qx::Peer *peer : holders) {
+        const uint32_t sent =
+            qx::sendTo(*peer, qx::flowFrame(*flow, qx::FrameKind::rpc, id, callerWord), payload);
         if (sent == QX_OK) {
-            flow->callee = latest->id;
-            return qx::give(*flow, latest->id);
+            flow->callee = peer->id;
+            return qx::give(*flow, peer->id);
         }
         if (sent != QX_ERR_PEER_GONE) {
             return sent;
         }
-        holders.dropLatest();
     }
     return holders.result() != QX_OK ? holders.result() : QX_ERR_NOBODY;
 }

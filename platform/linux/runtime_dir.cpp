@@ -11,6 +11,7 @@
 #include <fcntl.h>
 #include <string_view>
 #include <sys/file.h>
+#include <sys/mman.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <tuple>
@@ -20,7 +21,7 @@ namespace qx {
 namespace {
 
 constinit std::atomic<int> gDirFd{-1};
-constinit std::atomic<int> gEditionFd{-1};
+constinit std::atomic<uint32_t *> gEdition{nullptr};
 
 // How a role is written: a word, and its number in the base in which people write it (0: it has none).
 struct RoleText {
@@ -100,14 +101,27 @@ int openDir()
     return fd;
 }
 
-int openEdition(int dirFd)
+// The counter's file has its size and its space before it is mapped, so that no disk that fills up and no
+// other process that comes first can leave a page without memory behind it.
+uint32_t *mapEdition(int dirFd)
 {
-    return openat(dirFd, "edition", O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    const int fd = openat(dirFd, "edition", O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (fd < 0) {
+        return nullptr;
+    }
+    void *const page = posix_fallocate(fd, 0, sizeof(uint32_t)) == 0
+                           ? mmap(nullptr, sizeof(uint32_t), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0)
+                           : MAP_FAILED;
+    close(fd);
+    return page == MAP_FAILED ? nullptr : static_cast<uint32_t *>(page);
 }
 
-bool bumpEdition()
+void bumpEdition()
 {
-    return write(gEditionFd.load(std::memory_order_acquire), "+", 1) == 1;
+    uint32_t *const edition = gEdition.load(std::memory_order_acquire);
+    if (edition != nullptr) {
+        std::atomic_ref(*edition).fetch_add(1, std::memory_order_release);
+    }
 }
 
 template <typename Number>
@@ -185,23 +199,25 @@ int runtimeDirFd()
         return fd;
     }
     fd = openDir();
-    const int editionFd = fd >= 0 ? openEdition(fd) : -1;
-    if (fd >= 0 && editionFd < 0) {
+    uint32_t *const edition = fd >= 0 ? mapEdition(fd) : nullptr;
+    if (fd >= 0 && edition == nullptr) {
         close(fd);
         return -1;
     }
-    gEditionFd.store(editionFd, std::memory_order_release);
+    gEdition.store(edition, std::memory_order_release);
     gDirFd.store(fd, std::memory_order_release);
     return fd;
 }
 
 void forgetRuntimeDir()
 {
-    for (std::atomic<int> *kept : {&gDirFd, &gEditionFd}) {
-        const int fd = kept->exchange(-1);
-        if (fd >= 0) {
-            close(fd);
-        }
+    const int fd = gDirFd.exchange(-1);
+    if (fd >= 0) {
+        close(fd);
+    }
+    uint32_t *const edition = gEdition.exchange(nullptr);
+    if (edition != nullptr) {
+        munmap(edition, sizeof *edition);
     }
 }
 
@@ -245,12 +261,10 @@ bool socketAddress(const NameText &name, PathText &out)
     return fd >= 0;
 }
 
-Edition readEdition()
+uint32_t readEdition()
 {
-    struct stat status {};
-    const bool stands =
-        fstat(gEditionFd.load(std::memory_order_acquire), &status) == 0 && status.st_nlink > 0;
-    return {.known = stands, .changes = static_cast<uint64_t>(status.st_size)};
+    uint32_t *const edition = gEdition.load(std::memory_order_acquire);
+    return edition == nullptr ? 0 : std::atomic_ref(*edition).load(std::memory_order_acquire);
 }
 
 bool writeClaim(const RoleClaim &claim)
@@ -262,10 +276,7 @@ bool writeClaim(const RoleClaim &claim)
         return false;
     }
     close(fd);
-    if (!bumpEdition()) {
-        unlinkat(dirFd, path.data(), 0);
-        return false;
-    }
+    bumpEdition();
     return true;
 }
 

@@ -38,7 +38,7 @@ uint32_t answer(uint32_t callerWord, char *text, uintptr_t, uintptr_t, uintptr_t
 {
     gSeen->count++;
     gSeen->word = callerWord;
-    strcpy(gSeen->text, text);
+    snprintf(gSeen->text, sizeof gSeen->text, "%s", text);
     text[0] = '#'; // the text is the callee's to change
     return gAnswer;
 }
@@ -610,6 +610,7 @@ TEST_F(Bus, EightThreadsAskAtOnce)
 {
     const Child child([] { serveRpc(answer, 9); });
     std::vector<std::thread> threads;
+    threads.reserve(8);
     std::atomic<uint32_t> good{0};
     for (int i = 0; i < 8; ++i) {
         threads.emplace_back([&] {

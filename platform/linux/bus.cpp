@@ -166,22 +166,6 @@ void forgetRegistrations()
     forgetRuntimeDir();
 }
 
-// The child has the parent's connections and files open but none of them is its own.
-void startAnewInChild()
-{
-    for (pthread_mutex_t &lock : gLocks) {
-        lock = PTHREAD_MUTEX_INITIALIZER;
-    }
-    tHandling = false;
-    currentFlow() = nullptr;
-    gDispatching.store(false);
-    forgetFlows();
-    gOwnClaims.clear();
-    closeBus();
-    forgetRegistrations();
-    forgetPeers();
-}
-
 void holdLocks()
 {
     for (pthread_mutex_t &lock : gLocks) {
@@ -194,6 +178,20 @@ void releaseLocks()
     for (auto lock = gLocks.rbegin(); lock != gLocks.rend(); ++lock) {
         pthread_mutex_unlock(&*lock);
     }
+}
+
+// The child has the parent's connections and files open but none of them is its own.
+void startAnewInChild()
+{
+    releaseLocks();
+    tHandling = false;
+    currentFlow() = nullptr;
+    gDispatching.store(false);
+    forgetFlows();
+    gOwnClaims.clear();
+    closeBus();
+    forgetRegistrations();
+    forgetPeers();
 }
 
 [[gnu::constructor]] void watchForks()

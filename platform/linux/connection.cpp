@@ -47,6 +47,24 @@ uint32_t newSerial()
     return serial;
 }
 
+Peer *makePeer(PeerId id)
+{
+    auto *const peer = static_cast<Peer *>(std::calloc(1, sizeof(Peer)));
+    if (peer == nullptr) {
+        return nullptr;
+    }
+    peer->id = id;
+    peer->fd = -1;
+    peer->references = 1;
+    pthread_mutex_init(&peer->lock, nullptr);
+    pthread_condattr_t attributes;
+    pthread_condattr_init(&attributes);
+    pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC); // whatever happens to the time of day
+    pthread_cond_init(&peer->freed, &attributes);
+    pthread_condattr_destroy(&attributes);
+    return peer;
+}
+
 Peer *referToPeer(PeerId id)
 {
     const Lock lock(LockId::peers);
@@ -56,15 +74,9 @@ Peer *referToPeer(PeerId id)
             return peer;
         }
     }
-    auto *peer = static_cast<Peer *>(std::malloc(sizeof(Peer)));
+    Peer *const peer = makePeer(id);
     if (peer != nullptr) {
-        *peer = {.id = id,
-                 .lock = PTHREAD_MUTEX_INITIALIZER,
-                 .fd = -1,
-                 .stalled = false,
-                 .references = 1,
-                 .next = gPeers};
-        gPeers = peer;
+        peer->next = std::exchange(gPeers, peer);
     }
     return peer;
 }
@@ -74,6 +86,7 @@ void destroy(Peer *peer)
     if (peer->fd >= 0) {
         close(peer->fd);
     }
+    pthread_cond_destroy(&peer->freed);
     pthread_mutex_destroy(&peer->lock);
     std::free(peer);
 }
@@ -254,17 +267,31 @@ uint32_t sendOnPeer(Peer &peer, const FrameHeader &header, Payload payload)
     return error == 0 ? QX_OK : resultOf(error);
 }
 
-// Waits for the peer's turn no longer than for the peer itself.
+timespec deadlineFromNow()
+{
+    const uint64_t end = monotonicNs() + uint64_t{timeLimitMs()} * 1'000'000U;
+    return {.tv_sec = static_cast<time_t>(end / 1'000'000'000U),
+            .tv_nsec = static_cast<long>(end % 1'000'000'000U)};
+}
+
+// One thread's turn with a peer, for which it waits no longer than it would for the peer itself.
 class PeerTurn {
 public:
     explicit PeerTurn(Peer &peer) : peer_(peer)
     {
-        taken_ = pthread_mutex_trylock(&peer.lock) == 0 || waitFor(peer);
+        const Lock lock(peer.lock);
+        if (peer.busy) {
+            wait();
+        }
+        taken_ = !peer.busy;
+        peer.busy = true;
     }
     ~PeerTurn()
     {
         if (taken_) {
-            pthread_mutex_unlock(&peer_.lock);
+            const Lock lock(peer_.lock);
+            peer_.busy = false;
+            pthread_cond_signal(&peer_.freed);
         }
     }
     PeerTurn(const PeerTurn &) = delete;
@@ -272,12 +299,11 @@ public:
     explicit operator bool() const { return taken_; }
 
 private:
-    static bool waitFor(Peer &peer)
+    void wait()
     {
-        const uint64_t end = monotonicNs() + uint64_t{timeLimitMs()} * 1'000'000U;
-        const timespec deadline{.tv_sec = static_cast<time_t>(end / 1'000'000'000U),
-                                .tv_nsec = static_cast<long>(end % 1'000'000'000U)};
-        return pthread_mutex_clocklock(&peer.lock, CLOCK_MONOTONIC, &deadline) == 0;
+        const timespec deadline = deadlineFromNow();
+        while (peer_.busy && pthread_cond_timedwait(&peer_.freed, &peer_.lock, &deadline) == 0) {
+        }
     }
 
     Peer &peer_;

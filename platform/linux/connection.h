@@ -14,7 +14,9 @@ namespace qx {
 
 struct Peer {
     PeerId id;
-    pthread_mutex_t lock; // held while a frame is sent, and while its acknowledgement is awaited
+    pthread_mutex_t lock; // of busy
+    pthread_cond_t freed;
+    bool busy; // some thread sends a frame or awaits its acknowledgement, and has all that follows
     int fd;
     bool stalled; // the last frame found no room in time: do not wait again
     uint32_t references;

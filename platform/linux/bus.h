@@ -47,8 +47,11 @@ void forgetEvents();
 void forgetProcedures();
 void forgetTerminals();
 void forgetKernel();
-void forgetFlows();
+void abandonFlows();
 void forgetRing();
+
+// Of dead processes, removes the oldest record files beyond those that are kept.
+void removeOldRings();
 
 // What an entry of the epoll set points at: the first member says what it is.
 enum class SourceKind { listener, stop, incoming, watch };
@@ -64,5 +67,6 @@ struct Watch {
     void (*ended)(Watch &watch);
 };
 bool watchForEnd(Watch &watch);
+void endWatch(Watch &watch);
 
 } // namespace qx

@@ -2,6 +2,7 @@
 
 #include "platform/linux/bus.h"
 #include "platform/linux/flow_context.h"
+#include "platform/linux/frame_io.h"
 #include "platform/linux/locks.h"
 
 #include <array>
@@ -121,7 +122,7 @@ void forgetClaims()
 // The connections of processes that stay are kept: their peers are referred to anew before they are let go.
 uint32_t readClaims()
 {
-    if (runtimeDirFd() < 0) {
+    if (runtimeDirFd() < 0 || !runtimeDirStands()) {
         return QX_ERR_RUNTIME_DIR;
     }
     const uint32_t edition = readEdition();
@@ -179,63 +180,34 @@ uint32_t resultOf(int error)
     case EMFILE:
     case ENFILE:
         return QX_ERR_NO_MEMORY;
+    case ECONNREFUSED: // nobody listens there any more, and the frame has reached nobody
+    case ENOENT:
+        return QX_ERR_NOBODY;
+    case EPERM:
+    case EPROTO:
+        return QX_ERR_PROTOCOL;
     default:
         return QX_ERR_PEER_GONE;
     }
 }
 
-// Below this size, copying a payload behind its header costs less than telling the kernel of two pieces.
-constexpr size_t kSmallFrame = 512;
-
-ssize_t sendSmall(int fd, FrameHeader &header, Payload payload, int flags)
-{
-    std::array<std::byte, kSmallFrame> bytes;
-    std::memcpy(bytes.data(), &header, sizeof header);
-    std::copy(payload.begin(), payload.end(), bytes.begin() + sizeof header);
-    return send(fd, bytes.data(), sizeof header + payload.size(), flags);
-}
-
-ssize_t sendLarge(int fd, FrameHeader &header, Payload payload, int flags)
-{
-    std::array<iovec, 2> parts{{
-        {.iov_base = &header, .iov_len = sizeof header},
-        {.iov_base = const_cast<std::byte *>(payload.data()), .iov_len = payload.size()},
-    }};
-    msghdr message{};
-    message.msg_iov = parts.data();
-    message.msg_iovlen = parts.size();
-    return sendmsg(fd, &message, flags);
-}
-
-// 0 or an errno.
-int sendFrame(int fd, FrameHeader header, Payload payload, int flags)
-{
-    header.length = static_cast<uint32_t>(payload.size());
-    const bool small = sizeof header + payload.size() <= kSmallFrame;
-    ssize_t sent = -1;
-    do {
-        sent = (small ? sendSmall : sendLarge)(fd, header, payload, flags | MSG_NOSIGNAL);
-    } while (sent < 0 && errno == EINTR);
-    return sent < 0 ? errno : 0;
-}
-
-// The reply to `serial`, which is all that the other side may send.
+// The reply to `serial`. Replies to earlier frames, whose senders gave up waiting, are passed over.
 uint32_t receiveReply(int fd, uint32_t serial, FrameHeader &reply)
 {
-    ssize_t got = recv(fd, &reply, sizeof reply, MSG_TRUNC);
-    uint64_t deadline = 0; // looked at only when signals cut the wait short, each of which starts it anew
-    while (got < 0 && errno == EINTR && (deadline == 0 || monotonicNs() < deadline)) {
-        deadline = deadline != 0 ? deadline : monotonicNs() + uint64_t{timeLimitMs()} * 1'000'000U;
-        got = recv(fd, &reply, sizeof reply, MSG_TRUNC);
+    const Deadline deadline(timeLimitMs());
+    int error = 0;
+    do {
+        error = receiveHeader(fd, reply, deadline);
+    } while (error == 0 && reply.kind == FrameKind::reply && reply.serial != serial);
+    if (error != 0) {
+        return resultOf(error);
     }
-    if (got < 0) {
-        return errno == EINTR ? QX_ERR_TIMEOUT : resultOf(errno);
-    }
-    if (got == 0) {
-        return QX_ERR_PEER_GONE;
-    }
-    const bool fits = static_cast<size_t>(got) == sizeof reply && isWhole(reply, sizeof reply);
-    return fits && reply.kind == FrameKind::reply && reply.serial == serial ? QX_OK : QX_ERR_PROTOCOL;
+    return reply.kind == FrameKind::reply ? QX_OK : QX_ERR_PROTOCOL;
+}
+
+bool isBroken(int error)
+{
+    return error == EPIPE || error == ECONNRESET || error == ENOTCONN;
 }
 
 void disconnect(Peer &peer)
@@ -250,18 +222,19 @@ void disconnect(Peer &peer)
 // A kept connection whose other end closed it is made anew, once: the process may have closed just that one.
 uint32_t sendOnPeer(Peer &peer, const FrameHeader &header, Payload payload)
 {
+    const Deadline deadline(timeLimitMs());
     int error = ENOTCONN;
     if (peer.fd >= 0) {
-        error = sendFrame(peer.fd, header, payload, peer.stalled ? MSG_DONTWAIT : 0);
+        error = sendFrame(peer.fd, header, payload, !peer.stalled, deadline);
     }
-    if (error == ENOTCONN || error == EPIPE || error == ECONNRESET) {
+    if (isBroken(error)) {
         disconnect(peer);
         const int fd = connectTo(peer.id, true);
         if (fd < 0) {
             return resultOf(-fd);
         }
         peer.fd = fd;
-        error = sendFrame(peer.fd, header, payload, 0);
+        error = sendFrame(peer.fd, header, payload, true, deadline);
     }
     peer.stalled = error == EAGAIN;
     return error == 0 ? QX_OK : resultOf(error);
@@ -323,8 +296,10 @@ uint32_t sendInTurn(Peer &peer, FrameHeader &header, Payload payload, bool ackno
     }
     FrameHeader reply{};
     result = receiveReply(peer.fd, header.serial, reply);
+    if (result == QX_ERR_PROTOCOL || result == QX_ERR_PEER_GONE) {
+        disconnect(peer);
+    }
     if (result != QX_OK) {
-        disconnect(peer); // a late reply must not be taken for the next one's
         return result;
     }
     return reply.number != QX_OK ? reply.number : reply.word;
@@ -355,20 +330,23 @@ void giveBack(PeerId id, int fd)
 }
 
 // What a handler sends while it works for a flow is more of that flow, but for prints: they end at the
-// terminal.
-FlowContext *joinFlow(FrameHeader &header)
+// terminal. False when there is no memory to tell the origin of it.
+bool joinFlow(FrameHeader &header, PeerId receiver)
 {
     if (tFlow == nullptr || header.flow != 0 || header.kind == FrameKind::print) {
-        return nullptr;
+        return true;
     }
     header.flow = tFlow->flow;
     header.origin = tFlow->origin;
-    return tFlow;
+    return tFlow->add(receiver);
 }
 
-bool isBroken(int error)
+// The frame has not reached the receiver.
+void leaveFlow(const FrameHeader &header, PeerId receiver)
 {
-    return error == EPIPE || error == ECONNRESET || error == ENOTCONN;
+    if (tFlow != nullptr && header.flow == tFlow->flow && header.origin == tFlow->origin) {
+        tFlow->remove(receiver);
+    }
 }
 
 } // namespace
@@ -405,10 +383,11 @@ int connectTo(PeerId id, bool waits)
     if (waits) {
         setLimits(fd, timeLimitMs());
     }
+    const Deadline deadline(timeLimitMs());
     int error = 0;
     do {
         error = connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 ? 0 : errno;
-    } while (error == EINTR);
+    } while (error == EINTR && !deadline.passed());
     if (error == 0 && !isTrusted(fd)) {
         error = EPERM;
     }
@@ -425,7 +404,7 @@ bool listens(PeerId id)
     if (fd >= 0) {
         close(fd);
     }
-    return fd >= 0 || fd == -EAGAIN; // a full queue of connections is a sign of life
+    return fd != -ECONNREFUSED && fd != -ENOENT; // any other failure says nothing of the process
 }
 
 Holders::Holders(Role role) : result_(QX_OK)
@@ -462,13 +441,15 @@ uint32_t sendTo(Peer &peer, FrameHeader header, Payload payload, bool acknowledg
     if (payload.size() > kMaxPayload) {
         return QX_ERR_TOO_LARGE;
     }
-    FlowContext *const flow = joinFlow(header);
-    const uint32_t result = sendInTurn(peer, header, payload, acknowledged);
-    if (result == QX_OK && flow != nullptr) {
-        flow->receivers.push(peer.id);
+    if (!joinFlow(header, peer.id)) {
+        return QX_ERR_NO_MEMORY;
     }
-    if (result == QX_ERR_PEER_GONE && !listens(peer.id)) {
+    const uint32_t result = sendInTurn(peer, header, payload, acknowledged);
+    if (result == QX_ERR_NOBODY) {
+        leaveFlow(header, peer.id);
         removeRemains(peer.id);
+    } else if (result != QX_OK && !acknowledged) {
+        leaveFlow(header, peer.id);
     }
     return result;
 }
@@ -492,7 +473,7 @@ uint32_t sendToAll(Role role, const FrameHeader &header, Payload payload, bool a
     for (Peer *peer : holders) {
         const uint32_t sent = sendTo(*peer, header, payload, acknowledged);
         reached += sent == QX_OK ? 1 : 0;
-        result = sent == QX_OK || sent == QX_ERR_PEER_GONE ? result : sent;
+        result = sent == QX_OK || sent == QX_ERR_NOBODY ? result : sent;
     }
     return result;
 }
@@ -502,27 +483,27 @@ uint32_t request(PeerId id, FrameHeader header, Payload payload, FrameHeader &re
     if (payload.size() > kMaxPayload) {
         return QX_ERR_TOO_LARGE;
     }
-    FlowContext *const flow = joinFlow(header);
+    if (!joinFlow(header, id)) {
+        return QX_ERR_NO_MEMORY;
+    }
     header.serial = newSerial();
+    const Deadline deadline(timeLimitMs());
     int fd = takeIdle(id);
-    int error = fd >= 0 ? sendFrame(fd, header, payload, 0) : ENOTCONN;
+    int error = fd >= 0 ? sendFrame(fd, header, payload, true, deadline) : ENOTCONN;
     if (isBroken(error)) {
         if (fd >= 0) {
             close(fd);
         }
         fd = connectTo(id, true);
-        if (fd < 0) {
-            return fd == -ECONNREFUSED || fd == -ENOENT ? QX_ERR_NOBODY : resultOf(-fd);
-        }
-        error = sendFrame(fd, header, payload, 0);
+        error = fd < 0 ? -fd : sendFrame(fd, header, payload, true, deadline);
     }
-    if (error == 0 && flow != nullptr) {
-        flow->receivers.push(id);
+    if (error != 0) {
+        leaveFlow(header, id);
     }
     const uint32_t result = error == 0 ? receiveReply(fd, header.serial, reply) : resultOf(error);
     if (result == QX_OK) {
         giveBack(id, fd);
-    } else {
+    } else if (fd >= 0) {
         close(fd);
     }
     return result;
@@ -534,10 +515,13 @@ uint32_t requestOfFirst(Role role, const FrameHeader &header, Payload payload, F
     uint32_t result = holders.result() != QX_OK ? holders.result() : QX_ERR_NOBODY;
     for (const Peer *peer : holders) {
         result = request(peer->id, header, payload, reply);
-        if (result != QX_ERR_NOBODY) {
-            break;
+        if (result == QX_ERR_NOBODY) {
+            removeRemains(peer->id);
+        } else if (result != QX_OK || reply.number != QX_ERR_NOT_FOUND) {
+            return result;
+        } else {
+            result = QX_ERR_NOBODY; // it has just given the role up
         }
-        removeRemains(peer->id);
     }
     return result;
 }

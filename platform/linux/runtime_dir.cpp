@@ -22,6 +22,8 @@ namespace {
 
 constinit std::atomic<int> gDirFd{-1};
 constinit std::atomic<uint32_t *> gEdition{nullptr};
+constinit std::array<char, 4096> gPath{};   // of the open directory
+constinit std::atomic<uint64_t> gLooked{0}; // when it was last compared with what stands at its path
 
 // How a role is written: a word, and its number in the base in which people write it (0: it has none).
 struct RoleText {
@@ -70,8 +72,7 @@ bool isOursAlone(int fd)
     if (fstat(fd, &status) != 0) {
         return false;
     }
-    const bool ours = status.st_uid == geteuid() || geteuid() == 0;
-    return S_ISDIR(status.st_mode) && ours && (status.st_mode & 077U) == 0;
+    return S_ISDIR(status.st_mode) && status.st_uid == geteuid() && (status.st_mode & 077U) == 0;
 }
 
 bool makeRooms(int fd)
@@ -86,14 +87,13 @@ bool makeRooms(int fd)
 
 int openDir()
 {
-    std::array<char, 4096> path{};
-    if (!locate(path.data(), path.size())) {
+    if (!locate(gPath.data(), gPath.size())) {
         return -1;
     }
-    if (mkdir(path.data(), 0700) != 0 && errno != EEXIST) {
+    if (mkdir(gPath.data(), 0700) != 0 && errno != EEXIST) {
         return -1;
     }
-    const int fd = open(path.data(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int fd = open(gPath.data(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd >= 0 && (!isOursAlone(fd) || !makeRooms(fd))) {
         close(fd);
         return -1;
@@ -165,11 +165,12 @@ bool sortsBefore(const RoleClaim &a, const RoleClaim &b)
     return std::tie(a.role.kind, a.role.number, a.stamp) < std::tie(b.role.kind, b.role.number, b.stamp);
 }
 
+// Visits the names in a room until one visit fails.
 template <typename Visit>
-bool visitRoles(int dirFd, Visit visit)
+bool visitNames(const char *room, Visit visit)
 {
-    const int fd = openat(dirFd, "roles", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    DIR *listing = fd >= 0 ? fdopendir(fd) : nullptr;
+    const int fd = openat(runtimeDirFd(), room, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    DIR *const listing = fd >= 0 ? fdopendir(fd) : nullptr;
     if (listing == nullptr) {
         if (fd >= 0) {
             close(fd);
@@ -177,9 +178,8 @@ bool visitRoles(int dirFd, Visit visit)
         return false;
     }
     bool good = true;
-    RoleClaim claim{};
     while (const dirent *entry = good ? readdir(listing) : nullptr) {
-        good = !parseClaim(entry->d_name, claim) || visit(claim);
+        good = visit(std::string_view(entry->d_name));
     }
     closedir(listing);
     return good;
@@ -242,6 +242,11 @@ NameText socketName(PeerId id)
     return format<NameText>("bus/%u-%08x", id.pid, id.nonce);
 }
 
+NameText draftSocketName(PeerId id)
+{
+    return format<NameText>("bus/.%u-%08x", id.pid, id.nonce);
+}
+
 NameText claimName(const RoleClaim &claim)
 {
     const RoleText &row = kRoleTexts[static_cast<size_t>(claim.role.kind)];
@@ -289,12 +294,42 @@ void removeClaim(const RoleClaim &claim)
 
 bool listClaims(Vec<RoleClaim> &out)
 {
-    const int dirFd = runtimeDirFd();
-    if (dirFd < 0 || !visitRoles(dirFd, [&](const RoleClaim &claim) { return out.push(claim); })) {
+    RoleClaim claim{};
+    if (!visitNames("roles",
+                    [&](std::string_view name) { return !parseClaim(name, claim) || out.push(claim); })) {
         return false;
     }
     std::sort(out.begin(), out.end(), sortsBefore);
     return true;
+}
+
+bool listSockets(Vec<PeerId> &out)
+{
+    return visitNames("bus", [&](std::string_view name) {
+        PeerId id{};
+        name.remove_prefix(name.starts_with('.') ? 1 : 0); // a socket that was to get its name
+        const bool parsed =
+            takeNumber(name, id.pid, 10) && takeChar(name, '-') && takeNumber(name, id.nonce, 16);
+        return !parsed || out.push(id);
+    });
+}
+
+bool runtimeDirStands()
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    const auto seconds = static_cast<uint64_t>(now.tv_sec);
+    if (gLooked.load(std::memory_order_relaxed) == seconds) {
+        return true;
+    }
+    struct stat here {};
+    struct stat there {};
+    const bool stands = fstat(runtimeDirFd(), &here) == 0 && stat(gPath.data(), &there) == 0 &&
+                        here.st_dev == there.st_dev && here.st_ino == there.st_ino;
+    if (stands) {
+        gLooked.store(seconds, std::memory_order_relaxed);
+    }
+    return stands;
 }
 
 void removeRemains(PeerId id)
@@ -307,6 +342,7 @@ void removeRemains(PeerId id)
         }
     }
     unlinkat(runtimeDirFd(), socketName(id).data(), 0);
+    unlinkat(runtimeDirFd(), draftSocketName(id).data(), 0);
     bumpEdition();
 }
 

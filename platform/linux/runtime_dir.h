@@ -52,6 +52,7 @@ uint32_t randomNonce();
 
 // Names below the directory.
 NameText socketName(PeerId id);
+NameText draftSocketName(PeerId id); // until it listens
 NameText claimName(const RoleClaim &claim);
 
 // The address of a socket below the directory, short however long the directory's own path is.
@@ -66,6 +67,13 @@ void removeClaim(const RoleClaim &claim);
 
 // Lists every claim, sorted by role and stamp. False when there is no directory or no memory.
 bool listClaims(Vec<RoleClaim> &out);
+
+// Lists every process that has a socket, or left one. False when there is no directory or no memory.
+bool listSockets(Vec<PeerId> &out);
+
+// Whether the directory is still the one that stands at its path; looked at once a second. When it is not, it
+// was removed and made anew, and this process and the others no longer meet.
+bool runtimeDirStands();
 
 // Removes what a dead process left on the bus.
 void removeRemains(PeerId id);

@@ -805,7 +805,10 @@ TEST_F(Bus, RecordsOutliveTheirProcessAndTheRingKeepsTheLatest)
 TEST_F(Bus, RecordFilesOfDeadProcessesDoNotPileUp)
 {
     for (int i = 0; i < 40; ++i) {
-        Child child([] { QX_PROC_DBG_LastWord("x.cpp", 1, 1, 0, 0, 0, 0); });
+        Child child([] {
+            QxHost_Fd();
+            QX_PROC_DBG_LastWord("x.cpp", 1, 1, 0, 0, 0, 0);
+        });
         child.end(SIGKILL);
     }
     EXPECT_LE(filesIn(dir_ + "/records"), 33U);

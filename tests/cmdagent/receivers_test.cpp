@@ -49,16 +49,25 @@ uint32_t receive(const std::vector<std::string> &strings)
 // What the handlers and nodes of the tests did, in order.
 std::vector<std::string> deeds;
 uint32_t handlerResult = 0;
+std::vector<std::string> raised; // by the next of them, before it looks at its own strings
+
+void act(const std::string &who, uint32_t count, const char *const *strings)
+{
+    if (!raised.empty()) {
+        EXPECT_EQ(receive(std::exchange(raised, {})), 0U);
+    }
+    deeds.push_back(who + words(count, strings));
+}
 
 uint32_t firstHandler(uint32_t count, const char *const *strings)
 {
-    deeds.push_back("first " + words(count, strings));
+    act("first ", count, strings);
     return handlerResult;
 }
 
 uint32_t secondHandler(uint32_t count, const char *const *strings)
 {
-    deeds.push_back("second " + words(count, strings));
+    act("second ", count, strings);
     return handlerResult;
 }
 
@@ -67,6 +76,7 @@ protected:
     Receiver()
     {
         deeds.clear();
+        raised.clear();
         handlerResult = 0;
     }
 
@@ -95,11 +105,11 @@ TEST_F(Registry, CallsTheHandlerOfTheThirdString)
     EXPECT_EQ(qx_ker_zema_cmd_reg("fw", firstHandler), 0U);
     EXPECT_EQ(qx_ker_zema_cmd_reg("fw", secondHandler), 0U);
     EXPECT_EQ(qx_ker_zema_cmd_reg("FW", secondHandler), 0U);
+    raised = {"4", "Zemacmd", "FW"};
     EXPECT_EQ(receive(kFw), 0U);
-    EXPECT_EQ(receive({"3", "Zemacmd", "FW"}), 0U);
-    const std::vector<std::string> expected = {"first 3,Zemacmd,fw,show", "second 3,Zemacmd,FW"};
+    const std::vector<std::string> expected = {"second 4,Zemacmd,FW", "first 3,Zemacmd,fw,show"};
     EXPECT_EQ(deeds, expected) << "the first registration of a word stays, and case matters";
-    EXPECT_TRUE(platform.records.empty());
+    EXPECT_TRUE(platform.recorded(kFile, {}));
 
     EXPECT_EQ(qx_ker_zema_cmd_unreg("fw"), 0U);
     EXPECT_EQ(receive(kFw), 0U) << "a word that nobody registered is no failure";
@@ -116,25 +126,22 @@ TEST_F(Registry, StoresTheFirst31Characters)
     EXPECT_EQ(qx_ker_zema_cmd_reg(word.c_str(), firstHandler), 0U);
     EXPECT_EQ(qx_ker_zema_cmd_reg(longest.c_str(), firstHandler), 0U);
     EXPECT_EQ(qx_ker_zema_cmd_reg(longest.c_str(), firstHandler), 0U);
-    EXPECT_EQ(platform.elements.size(), 3U) << "the cut word is not found again, the one that fits is";
     EXPECT_EQ(platform.calls({"ArrayList.add"}).at(0).values.at(0), 32 + sizeof(void *));
     EXPECT_EQ(receive({"3", "Zemacmd", word}), 0U);
     EXPECT_TRUE(deeds.empty());
-    EXPECT_EQ(receive({"3", "Zemacmd", word.substr(0, 31)}), 0U);
+    const std::string cut = word.substr(0, 31);
+    EXPECT_EQ(receive({"3", "Zemacmd", cut}), 0U);
     EXPECT_EQ(receive({"3", "Zemacmd", longest}), 0U);
     EXPECT_EQ(deeds.size(), 2U);
-    EXPECT_EQ(receive({"7", "Zemacmd"}), 0U);
-    const std::string line = word.substr(0, 31) + "\n";
-    EXPECT_EQ(printed(7), (std::vector{line, line, longest + "\n"}));
+    EXPECT_EQ(receive({"65535", "Zemacmd"}), 0U);
+    EXPECT_EQ(printed(65535), (std::vector{cut + "\n", cut + "\n", longest + "\n"}))
+        << "the cut word is not found again, the one that fits is";
     EXPECT_EQ(platform.calls({"snprintf_s"}).at(0), (Call{"snprintf_s", {34, 33}, "%s\n"}));
     EXPECT_EQ(platform.visited.size(), 3U);
-}
-
-TEST_F(Registry, ATerminalThatIsNoNumberCountsAs0)
-{
-    qx_ker_zema_cmd_reg("fw", firstHandler);
+    platform.journal.clear();
+    EXPECT_EQ(qx_ker_zema_cmd_unreg(cut.c_str()), 0U);
     EXPECT_EQ(receive({"x", "Zemacmd"}), 0U);
-    EXPECT_EQ(printed(0), std::vector<std::string>{"fw\n"});
+    EXPECT_EQ(printed(0), (std::vector{cut + "\n", longest + "\n"})) << "a terminal that is no number is 0";
 }
 
 TEST_F(Registry, RecordsEachFailure)
@@ -156,6 +163,11 @@ TEST_F(Registry, RecordsEachFailure)
         PlatformDouble::instance().visitMissingElement = true;
         return list();
     };
+    static const auto hollowEntry = [] {
+        std::string &entry = PlatformDouble::instance().elements.begin()->second.front();
+        entry.replace(32, sizeof(void *), sizeof(void *), '\0');
+        return call();
+    };
     const Row rows[] = {
         {"no word", "", 0, [] { return qx_ker_zema_cmd_reg(nullptr, firstHandler); }, 1, {{1}}},
         {"no handler", "", 0, [] { return qx_ker_zema_cmd_reg("mac", nullptr); }, 1, {{1}}},
@@ -166,6 +178,7 @@ TEST_F(Registry, RecordsEachFailure)
         {"a failed removal", "ArrayList.remove", 0xBAD, unreg, 1, {{1}}},
         {"no list to search", "ArrayList_GetArrayList", 0, call, 1, {{1}}},
         {"the search's result", "ArrayList.find", 0xBAD, call, 0, {{0xBAD}}},
+        {"an entry without a handler", "", 0, hollowEntry, 0, {}},
         {"no list to print", "ArrayList_GetArrayList", 0, list, 1, {{1}}},
         {"a failed iteration, then its receiver", "ArrayList.forEach", 0xBAD, list, 1, {{1}, {1}}},
         {"a line that cannot be formatted fails nothing", "snprintf_s", -1, list, 0, {{1}}},
@@ -184,6 +197,7 @@ TEST_F(Registry, RecordsEachFailure)
         EXPECT_EQ(row.act(), row.result) << row.reason;
         EXPECT_TRUE(platform.recorded(kFile, row.records)) << row.reason;
     }
+    EXPECT_EQ(platform.places.size(), 10U);
 }
 
 // ---- The command tree ----
@@ -199,7 +213,7 @@ void helpOf(uint32_t terminal)
 template <char kName>
 uint32_t execOf(uint32_t terminal, uint32_t count, const char *const *arguments)
 {
-    deeds.push_back("exec "s + kName + " " + std::to_string(terminal) + " " + words(count, arguments));
+    act("exec "s + kName + " " + std::to_string(terminal) + " ", count, arguments);
     return execResult;
 }
 
@@ -234,6 +248,7 @@ TEST_F(Tree, AnswersByTheWordsBehindUsr)
         std::vector<std::string> deeds;
         std::string printed;
         uint32_t execResult = 0;
+        std::vector<std::string> raised = {};
     };
     const Row rows[] = {
         {"not for the tree", {"fw", "alpha", "?"}, {}, ""},
@@ -258,11 +273,18 @@ TEST_F(Tree, AnswersByTheWordsBehindUsr)
         {"an unknown word, then another", {"usr", "nothing", "x"}, {}, ""},
         {"an unknown word, then ? not at once", {"usr", "nothing", "x", "?"}, {}, ""},
         {"two levels down, whatever the case", {"USR", "Alpha", "Inner", "Deep", "x"}, {"exec D 3 x"}, ""},
+        {"a command raised from inside",
+         {"usr", "beta", "x", "y"},
+         {"exec M 4 z", "exec B 3 x,y", "help B 3"},
+         "",
+         5,
+         {"4", "Zemacmd", "usr", "alpha", "mute", "z"}},
     };
     for (const Row &row : rows) {
         platform.journal.clear();
         deeds.clear();
         execResult = row.execResult;
+        raised = row.raised;
         std::vector<std::string> strings = {"3", "Zemacmd"};
         strings.insert(strings.end(), row.words.begin(), row.words.end());
         EXPECT_EQ(receive(strings), 0U) << row.reason;
@@ -270,7 +292,8 @@ TEST_F(Tree, AnswersByTheWordsBehindUsr)
         const auto lines = row.printed.empty() ? std::vector<std::string>() : std::vector{row.printed};
         EXPECT_EQ(printed(3), lines) << row.reason;
     }
-    EXPECT_TRUE(platform.records.empty());
+    EXPECT_TRUE(platform.recorded(kFile, {}));
+    EXPECT_STREQ(Usr_Root.acName, "usr_root");
 }
 
 // 32 strings are the most; a chain of nodes takes all but the last.
@@ -282,17 +305,17 @@ TEST_F(Tree, WalksAsDeepAsAMessageGoes)
     }
     Usr_Root.pstChild = chain.data();
     std::vector<std::string> strings(32, "n");
-    strings[0] = "3";
+    strings[0] = "65535";
     strings[2] = "usr";
     EXPECT_EQ(receive(strings), 0U);
-    EXPECT_EQ(deeds, std::vector<std::string>{"exec N 3 "}) << "the 28th node, without words";
+    EXPECT_EQ(deeds, std::vector<std::string>{"exec N 65535 "}) << "the 28th node, without words";
     strings[31] = "?";
     EXPECT_EQ(receive(strings), 0U);
     std::string listing = "n usr ";
     for (int level = 0; level < 28; ++level) {
         listing += "n ";
     }
-    EXPECT_EQ(printed(3), std::vector{listing + "[n]\n"});
+    EXPECT_EQ(printed(65535), std::vector{listing + "[n]\n"});
 }
 
 TEST_F(Tree, CutsALongListing)
@@ -348,6 +371,7 @@ TEST_F(Hostile, TooManyStringsOrNoMessageAreRefused)
     EXPECT_EQ(deliver(nullptr), (std::vector<uint32_t>{1, 1}));
     EXPECT_TRUE(
         platform.recorded(kFile, {{1, address}, {1, address}, {1, address}, {1, address}, {1, 0}, {1, 0}}));
+    EXPECT_EQ(platform.places.size(), 2U);
     for (uint32_t count : {0U, 1U}) {
         message.ulArgc = count;
         EXPECT_EQ(deliver(&message), (std::vector<uint32_t>{0, 0}))
@@ -428,13 +452,13 @@ TEST_F(Lifecycle, EachFailureIsPassedOn)
         const char *failing;
         uint32_t (*act)();
         std::vector<Values> records;
-        size_t calls;
+        size_t calls; // and records
         bool levelsSet;
     };
     const Row rows[] = {
-        {"QX_MSG_RegOverWriteRpcCalls", CMDAgent_Init, {{0xBAD}}, 2, true},
-        {"EventCenter_SubscribeEvent", CMDAgent_Init, {{0xBAD}}, 3, true},
-        {"EventCenter_RemoveEvent", CMDAgent_UnInit, {{0xBAD}}, 1, false},
+        {"QX_MSG_RegOverWriteRpcCalls", CMDAgent_Init, {{0xBAD}}, 3, true},
+        {"EventCenter_SubscribeEvent", CMDAgent_Init, {{0xBAD}}, 4, true},
+        {"EventCenter_RemoveEvent", CMDAgent_UnInit, {{0xBAD}}, 2, false},
         {"EventCenter_SubscribeEvent", CMDAgent_Reg, {}, 1, false},
     };
     for (const Row &row : rows) {
@@ -448,6 +472,7 @@ TEST_F(Lifecycle, EachFailureIsPassedOn)
                   row.levelsSet ? 4096 : 0)
             << row.failing;
     }
+    EXPECT_EQ(platform.places.size(), 3U);
 }
 
 TEST_F(Lifecycle, UnInitEndsTheDispatchButNotTheTree)

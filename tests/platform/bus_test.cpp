@@ -596,7 +596,7 @@ TEST_F(Bus, ProcessThatEndsLeavesNothingAndOneThatIsKilledIsCleanedUpByWhoMeetsI
     EXPECT_EQ(QX_ERR_NOBODY, QxHost_CallRpc(kId, 0, "", &result));
     EXPECT_EQ(2U, filesIn(dir_ + "/roles")) << "all that it left, but nothing that is not the bus's";
     EXPECT_EQ(0U, filesIn(dir_ + "/bus"));
-    Child roleless([] {});
+    Child roleless([] { QxHost_Fd(); });
     roleless.end(SIGKILL);
     EXPECT_EQ(1U, filesIn(dir_ + "/bus")) << "nobody looks for it";
     QxHost_Leave();

@@ -14,6 +14,12 @@ namespace {
 constexpr const char *kFile = "qx_zema_cmdagent.cpp";
 constexpr const char *kHlpFile = "qx_hlp_send.cpp";
 
+std::string padded(std::string text)
+{
+    text.resize(ZEMA_CMD_AREA_SIZE, '\0');
+    return text;
+}
+
 class Compilation : public PlatformTest {
 protected:
     uint32_t compile(uint32_t terminal, std::string text)
@@ -21,12 +27,6 @@ protected:
         area.assign(ZEMA_CMD_AREA_SIZE, '\0');
         count = 4711;
         return QX_ZEMA_Zemacmd_CompileCmd(terminal, text.data(), area.data(), &count);
-    }
-
-    static std::string padded(std::string text)
-    {
-        text.resize(ZEMA_CMD_AREA_SIZE, '\0');
-        return text;
     }
 
     std::string area;
@@ -107,13 +107,9 @@ protected:
                                "QX_OS_HLP_Send", "EventCenter_GlobalInvokeEvent2", "record"});
     }
 
-    static std::string message(uint32_t count, std::string strings)
-    {
-        strings.resize(ZEMA_CMD_AREA_SIZE, '\0');
-        return std::string(reinterpret_cast<const char *>(&count), sizeof count) + strings;
-    }
-
-    const std::string fwShowAll = message(5, "65535\0Zemacmd\0fw\0show\0all"s);
+    static constexpr uint32_t kCount = 5;
+    const std::string fwShowAll = std::string(reinterpret_cast<const char *>(&kCount), sizeof kCount) +
+                                  padded("65535\0Zemacmd\0fw\0show\0all"s);
     const Call emptyLine = {"QX_CLI_SynPrint", {65535}, "\r\n\0"s};
     const Call item = {"QX_OS_AddTlvToHlpMsg", {2, 260}, fwShowAll};
     const Call send = {"QX_OS_HLP_Send", {0, 0}, {}};

@@ -141,12 +141,18 @@ bool takeChar(std::string_view &text, char wanted)
     return true;
 }
 
+// string_view's own would need the C++ runtime in a build without optimisation.
+bool beginsWith(std::string_view text, std::string_view start)
+{
+    return text.size() >= start.size() && std::equal(start.begin(), start.end(), text.begin());
+}
+
 // Accepts what claimName writes and nothing else: a name that reads back differently is not one of ours.
 bool parseClaim(std::string_view text, RoleClaim &out)
 {
     const std::string_view whole = text;
     const auto *const row = std::find_if(kRoleTexts.begin(), kRoleTexts.end(),
-                                         [&](const RoleText &each) { return text.starts_with(each.word); });
+                                         [&](const RoleText &each) { return beginsWith(text, each.word); });
     if (row == kRoleTexts.end()) {
         return false;
     }

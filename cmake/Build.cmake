@@ -22,7 +22,7 @@ set(ZEMA_SANITIZE "" CACHE STRING "Sanitizers, as -fsanitize takes them")
 
 # Inode numbers of 64 bits come on every machine: without this a 32-bit process cannot read some directories.
 add_compile_definitions(_FILE_OFFSET_BITS=64)
-add_compile_options(-Wall -Wextra -Wconversion -Wshadow -Werror -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
+add_compile_options(-Wall -Wextra -Wconversion -Wshadow -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
 if(ZEMA_SANITIZE)
   add_compile_options(-fsanitize=${ZEMA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${ZEMA_SANITIZE})

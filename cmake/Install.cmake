@@ -13,6 +13,8 @@ write_basic_package_version_file("${CMAKE_BINARY_DIR}/zema-config-version.cmake"
 install(FILES "${CMAKE_BINARY_DIR}/zema-config.cmake" "${CMAKE_BINARY_DIR}/zema-config-version.cmake"
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/zema)
 
+# From the place of the files, so that an installation can be moved.
+file(RELATIVE_PATH ZEMA_PC_TO_PREFIX "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
 foreach(module zema qxplatform)
   configure_file(cmake/${module}.pc.in "${CMAKE_BINARY_DIR}/${module}.pc" @ONLY)
   install(FILES "${CMAKE_BINARY_DIR}/${module}.pc" DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -382,10 +382,11 @@ uint32_t qx_ker_zema_cmd_reg(const char *pcCmd, ZemaCmdHandler pfnProc)
     if (list == nullptr) {
         return ZEMA_ERR;
     }
-    KerCmdEntry entry = {};
-    if (list->pfnFind(list, compareName, pcCmd, &entry) == 0) {
+    KerCmdEntry present = {};
+    if (list->pfnFind(list, compareName, pcCmd, &present) == 0) {
         return ZEMA_OK;
     }
+    KerCmdEntry entry = {};
     (void)strncpy_s(entry.acName, sizeof entry.acName, pcCmd, sizeof entry.acName - 1);
     entry.pfnProc = pfnProc;
     const uint32_t added = list->pfnAdd(list, &entry, sizeof entry);

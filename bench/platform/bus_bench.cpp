@@ -49,7 +49,7 @@ void RequestBus(benchmark::State &state)
         QX_MSG_RegOverWriteRpcCalls(rows.data());
         serveBus();
     });
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         uint32_t result = 1;
         if (QxHost_CallRpc(kProcedure, 0, kCommand, &result) != QX_OK) {
             state.SkipWithError("no answer");
@@ -70,7 +70,7 @@ void RequestBare(benchmark::State &state)
             send(ends[1], bytes.data(), kHeaderSize, 0);
         }
     });
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         send(ends[0], bytes.data(), kHeaderSize + sizeof kCommand, 0);
         benchmark::DoNotOptimize(recv(ends[0], bytes.data(), bytes.size(), 0));
     }
@@ -85,7 +85,7 @@ void RequestDBus(benchmark::State &state)
     Processes processes;
     processes.start([] { DBus::serveAgent({.prints = false, .raises = false}); });
     DBus::connect();
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         DBus::call();
     }
 }
@@ -110,7 +110,7 @@ void EventBus(benchmark::State &state)
     }
     std::array<char, kEventSize> data{};
     uint64_t wanted = tally().handled;
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         EventCenter_GlobalInvokeEvent2(kEvent, data.data(), data.size());
         waitUntilHandled(wanted += kReceivers);
     }
@@ -132,7 +132,7 @@ void EventBareSends(benchmark::State &state)
         });
     }
     uint64_t wanted = tally().handled;
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         for (const auto &pair : pairs) {
             send(pair[0], bytes.data(), kHeaderSize + kEventSize, 0);
         }
@@ -154,7 +154,7 @@ void EventDBusSignal(benchmark::State &state)
     }
     DBus::connect();
     uint64_t wanted = tally().handled;
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         DBus::raise();
         waitUntilHandled(wanted += kReceivers);
     }
@@ -169,16 +169,32 @@ uint32_t handleCommand(uint32_t, const char *const *)
     return 0;
 }
 
-void startModuleAndAgent(Processes &processes)
+void serveTerminal()
 {
+    QxHost_ServeTerminal(
+        3, [](void *, const QxPrint *) { return 0U; }, nullptr);
+}
+
+void serveKernel()
+{
+    QxHost_ServeKernel([](void *, const void *, uint32_t) { return 0U; }, nullptr);
+}
+
+// Where no other process has taken them, the terminal and the kernel's side are in the agent's own process.
+void startAgentAndModule(Processes &processes, bool placesTaken)
+{
+    processes.start([placesTaken] { // the earliest registration answers: this is the agent
+        if (!placesTaken) {
+            serveTerminal();
+            serveKernel();
+        }
+        CMDAgent_Init();
+        CMDAgent_UnInit();
+        serveBus();
+    });
     processes.start([] {
         CMDAgent_Init();
         qx_ker_zema_cmd_reg("fw", handleCommand);
-        serveBus();
-    });
-    processes.start([] { // the latest registration answers: this is the agent
-        CMDAgent_Init();
-        CMDAgent_UnInit();
         serveBus();
     });
 }
@@ -186,7 +202,7 @@ void startModuleAndAgent(Processes &processes)
 void callUntilHandled(benchmark::State &state)
 {
     uint64_t wanted = tally().handled;
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         uint32_t result = 1;
         QxHost_CallRpc(ZEMA_RPC_ID_CMD, 3U << 16, kCommand, &result);
         waitUntilHandled(++wanted);
@@ -196,7 +212,7 @@ void callUntilHandled(benchmark::State &state)
 void CommandBus(benchmark::State &state)
 {
     Processes processes;
-    startModuleAndAgent(processes);
+    startAgentAndModule(processes, false);
     callUntilHandled(state);
 }
 BENCHMARK(CommandBus);
@@ -207,15 +223,14 @@ void CommandBusWithTerminalAndKernel(benchmark::State &state)
 {
     Processes processes;
     processes.start([] {
-        QxHost_ServeTerminal(
-            3, [](void *, const QxPrint *) { return 0U; }, nullptr);
+        serveTerminal();
         serveBus();
     });
     processes.start([] {
-        QxHost_ServeKernel([](void *, const void *, uint32_t) { return 0U; }, nullptr);
+        serveKernel();
         serveBus();
     });
-    startModuleAndAgent(processes);
+    startAgentAndModule(processes, true);
     callUntilHandled(state);
 }
 BENCHMARK(CommandBusWithTerminalAndKernel);
@@ -224,7 +239,7 @@ void callOverDBus(benchmark::State &state)
 {
     DBus::connect();
     uint64_t wanted = tally().handled;
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         DBus::call();
         waitUntilHandled(++wanted);
     }

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <string>
 #include <systemd/sd-bus.h>
 
@@ -76,7 +77,7 @@ int onSignal(sd_bus_message *message, void *counts, sd_bus_error *)
     }
 }
 
-sd_bus *open()
+sd_bus *openBus()
 {
     sd_bus *bus = nullptr;
     return sd_bus_open_user(&bus) < 0 ? nullptr : bus;
@@ -87,7 +88,7 @@ sd_bus *open()
     const std::array<sd_bus_vtable, 3> table{
         {SD_BUS_VTABLE_START(0), SD_BUS_METHOD("Call", "s", "u", onCall, SD_BUS_VTABLE_UNPRIVILEGED),
          SD_BUS_VTABLE_END}};
-    sd_bus *const bus = open();
+    sd_bus *const bus = openBus();
     sd_bus_add_object_vtable(bus, nullptr, kPath, name, table.data(), nullptr);
     sd_bus_request_name(bus, name, 0);
     loop(bus);
@@ -105,6 +106,7 @@ DBus::DBus()
     if (pid_ == 0) {
         pinToOneCore();
         dup2(out[1], 3);
+        dup2(open("/dev/null", O_WRONLY), STDERR_FILENO); // it warns of limits that do not matter here
         execlp("dbus-daemon", "dbus-daemon", "--session", "--nofork", "--print-address=3", nullptr);
         _exit(1);
     }
@@ -142,7 +144,7 @@ void DBus::serveTerminal()
 
 void DBus::receiveSignals(Signal signal)
 {
-    sd_bus *const bus = open();
+    sd_bus *const bus = openBus();
     sd_bus_match_signal(bus, nullptr, nullptr, kPath, kAgent, memberOf(signal), onSignal,
                         signal == Signal::event ? bus : nullptr);
     loop(bus);
@@ -150,7 +152,7 @@ void DBus::receiveSignals(Signal signal)
 
 void DBus::connect()
 {
-    gBus = open();
+    gBus = openBus();
 }
 
 void DBus::call()

@@ -59,19 +59,19 @@ static inline uint32_t CmdTree_PrintHelp(uint32_t ulTerminal, const char *const 
     char acListing[512] = {0};
     uint32_t ulUsed = 0;
 
-    if (pstNode == NULL) {
+    if (!pstNode) {
         (void)QX_PROC_DBG_LastWord("include/zema/cmd_tree.h", __LINE__, ZEMA_ERR, 0, 0, 0, 0);
         return ZEMA_ERR;
     }
     /* What stands in a buffer is measured after each append, whatever the formatting said of itself. */
     for (uint32_t i = 0; i < ulCount; i++) {
-        const char *pcWord = (ppcWords != NULL && ppcWords[i] != NULL) ? ppcWords[i] : "";
+        const char *pcWord = (ppcWords && ppcWords[i]) ? ppcWords[i] : "";
         (void)QX_OS_Snprintf_S(acPrefix + ulUsed, sizeof acPrefix - ulUsed, sizeof acPrefix - ulUsed - 1,
                                "%s ", pcWord);
         ulUsed = QX_OS_StrNLen(acPrefix, sizeof acPrefix - 1);
     }
     ulUsed = 0;
-    for (const CmdTreeNode *pstChild = pstNode->pstChild; pstChild != NULL; pstChild = pstChild->pstNext) {
+    for (const CmdTreeNode *pstChild = pstNode->pstChild; pstChild; pstChild = pstChild->pstNext) {
         (void)QX_OS_Snprintf_S(acListing + ulUsed, sizeof acListing - ulUsed, sizeof acListing - ulUsed - 1,
                                "%s[%s]\n", acPrefix, pstChild->acName);
         ulUsed = QX_OS_StrNLen(acListing, sizeof acListing - 1);

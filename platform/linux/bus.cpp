@@ -9,6 +9,7 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
@@ -40,8 +41,9 @@ static_assert((offsetof(FrameBuffer, bytes) + sizeof(FrameHeader)) % 16 == 0);
 struct Bus {
     PeerId self;
     int epollFd;
-    int spareFd; // closed for a moment to take and drop a connection when no descriptor is left
     Source listener;
+    bool paused; // the listener is not watched: no more connections fit now
+    bool full;   // and that was recorded
     Source stop;
     Incoming *incoming;
     uint32_t incomingCount;
@@ -50,8 +52,9 @@ struct Bus {
 
 constexpr Bus kNoBus{.self = {},
                      .epollFd = -1,
-                     .spareFd = -1,
                      .listener = {SourceKind::listener, -1},
+                     .paused = false,
+                     .full = false,
                      .stop = {SourceKind::stop, -1},
                      .incoming = nullptr,
                      .incomingCount = 0,
@@ -62,7 +65,9 @@ constinit std::atomic<bool> gJoined{false};
 constinit std::atomic<bool> gStopAsked{false};
 constinit std::atomic<int> gStopFd{-1}; // for signal handlers, which must not look at gBus
 constinit std::atomic<bool> gDispatching{false};
+constinit std::atomic<uint32_t> gGeneration{0}; // changes in a fork's child, also under a running handler
 constinit thread_local bool tHandling = false;
+constinit std::span<epoll_event> gBatch;   // what the dispatching thread has still to serve
 constinit StaticVec<RoleClaim> gOwnClaims; // LockId::join
 constinit std::array<pthread_mutex_t, kLockCount> gLocks = [] {
     std::array<pthread_mutex_t, kLockCount> locks{};
@@ -91,15 +96,24 @@ bool watchSource(Source &source, uint32_t events)
     return epoll_ctl(gBus.epollFd, EPOLL_CTL_ADD, source.fd, &event) == 0;
 }
 
+// Closing a descriptor is not enough: while a child that is about to run another program has it too, the
+// epoll set goes on reporting it.
+void unwatchSource(Source &source)
+{
+    epoll_ctl(gBus.epollFd, EPOLL_CTL_DEL, source.fd, nullptr);
+    close(source.fd);
+    source.fd = -1;
+    for (epoll_event &event : gBatch) {
+        event.data.ptr = event.data.ptr == &source ? nullptr : event.data.ptr;
+    }
+}
+
 // The socket gets its name only once it listens: whoever finds a name that nobody listens on may remove it.
 int listenAs(PeerId self)
 {
     PathText draft{};
     PathText path{};
-    const NameText name = socketName(self);
-    NameText draftName{};
-    std::snprintf(draftName.data(), draftName.size(), "bus/.%u-%08x", self.pid, self.nonce);
-    if (!socketAddress(draftName, draft) || !socketAddress(name, path)) {
+    if (!socketAddress(draftSocketName(self), draft) || !socketAddress(socketName(self), path)) {
         return -1;
     }
     const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
@@ -110,12 +124,14 @@ int listenAs(PeerId self)
     if (bound && listen(fd, kBacklog) == 0 && rename(draft.data(), path.data()) == 0) {
         return fd;
     }
+    const int error = errno;
     if (bound) {
         unlink(draft.data());
     }
     if (fd >= 0) {
         close(fd);
     }
+    errno = error;
     return -1;
 }
 
@@ -136,7 +152,7 @@ void closeIncoming(Incoming &connection)
     }
     *link = connection.next;
     --gBus.incomingCount;
-    close(connection.source.fd);
+    unwatchSource(connection.source);
     std::free(&connection);
 }
 
@@ -145,13 +161,26 @@ void closeBus()
     while (gBus.incoming != nullptr) {
         closeIncoming(*gBus.incoming);
     }
+    abandonFlows();
     gStopFd.store(-1);
-    for (int *fd : {&gBus.listener.fd, &gBus.stop.fd, &gBus.epollFd, &gBus.spareFd}) {
+    for (int *fd : {&gBus.listener.fd, &gBus.stop.fd, &gBus.epollFd}) {
         closeFd(*fd);
     }
     std::free(gBus.buffer);
     gBus = kNoBus;
     gJoined.store(false);
+}
+
+// A child that was forked inside a handler is still in it: what the handler reads, and what its callers look
+// at when it returns, stays where it is. The set is the parent's too and is not touched.
+void closeBusUnderHandler()
+{
+    for (Incoming *connection = gBus.incoming; connection != nullptr; connection = connection->next) {
+        closeFd(connection->source.fd);
+    }
+    gBus.incoming = nullptr;
+    gBus.buffer = nullptr;
+    closeBus();
 }
 
 // What stays of a process on the bus when its own place there is gone.
@@ -164,22 +193,6 @@ void forgetRegistrations()
     forgetKernel();
     forgetRing();
     forgetRuntimeDir();
-}
-
-// The child has the parent's connections and files open but none of them is its own.
-void startAnewInChild()
-{
-    for (pthread_mutex_t &lock : gLocks) {
-        lock = PTHREAD_MUTEX_INITIALIZER;
-    }
-    tHandling = false;
-    currentFlow() = nullptr;
-    gDispatching.store(false);
-    forgetFlows();
-    gOwnClaims.clear();
-    closeBus();
-    forgetRegistrations();
-    forgetPeers();
 }
 
 void holdLocks()
@@ -196,6 +209,25 @@ void releaseLocks()
     }
 }
 
+// The child has the parent's connections and files open but none of them is its own.
+void startAnewInChild()
+{
+    releaseLocks();
+    gGeneration.fetch_add(1);
+    closeFd(gBus.epollFd); // first: it is the parent's set too
+    if (tHandling) {
+        closeBusUnderHandler();
+    } else {
+        closeBus();
+    }
+    tHandling = false;
+    currentFlow() = nullptr;
+    gDispatching.store(false);
+    gOwnClaims.clear();
+    forgetRegistrations();
+    forgetPeers();
+}
+
 [[gnu::constructor]] void watchForks()
 {
     pthread_atfork(holdLocks, releaseLocks, startAnewInChild);
@@ -208,51 +240,61 @@ void releaseLocks()
     }
 }
 
-void takeConnection(int fd)
+// What connects meanwhile waits in the queue, and what it sends waits with it; when the queue is full,
+// senders run into their own limits. So nothing that was taken for delivered is dropped.
+void pauseListener()
+{
+    epoll_ctl(gBus.epollFd, EPOLL_CTL_DEL, gBus.listener.fd, nullptr);
+    gBus.paused = true;
+    if (!gBus.full) {
+        gBus.full = true;
+        refuse(__LINE__, QX_ERR_NO_MEMORY, 0, gBus.incomingCount);
+    }
+}
+
+void resumeListener()
+{
+    if (gBus.paused && gBus.incomingCount < kMaxIncoming) {
+        gBus.paused = !watchSource(gBus.listener, EPOLLIN);
+    }
+}
+
+bool isWelcome(int fd, uint32_t &pid)
 {
     ucred peer{};
     socklen_t size = sizeof peer;
     const bool known = getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0;
+    pid = static_cast<uint32_t>(peer.pid);
     if (!known || !mayTalk(peer.uid)) {
-        refuse(__LINE__, QX_ERR_PROTOCOL, static_cast<uint32_t>(peer.pid), peer.uid);
-        close(fd);
-        return;
+        refuse(__LINE__, QX_ERR_PROTOCOL, pid, peer.uid);
+        return false;
     }
-    auto *connection =
-        gBus.incomingCount < kMaxIncoming ? static_cast<Incoming *>(std::malloc(sizeof(Incoming))) : nullptr;
-    if (connection == nullptr) {
-        refuse(__LINE__, QX_ERR_NO_MEMORY, static_cast<uint32_t>(peer.pid), gBus.incomingCount);
-        close(fd);
-        return;
-    }
-    *connection = {
-        .source = {SourceKind::incoming, fd}, .pid = static_cast<uint32_t>(peer.pid), .next = gBus.incoming};
-    gBus.incoming = connection;
-    ++gBus.incomingCount;
-    if (!watchSource(connection->source, EPOLLIN)) {
-        closeIncoming(*connection);
-    }
-}
-
-// Without a free descriptor the connection would stay in the queue and keep the listener readable for ever.
-void dropConnection()
-{
-    closeFd(gBus.spareFd);
-    const int fd = accept4(gBus.listener.fd, nullptr, nullptr, SOCK_CLOEXEC);
-    if (fd >= 0) {
-        close(fd);
-    }
-    gBus.spareFd = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    refuse(__LINE__, QX_ERR_NO_MEMORY, 0, gBus.incomingCount);
+    return true;
 }
 
 void acceptConnection()
 {
+    auto *const connection =
+        gBus.incomingCount < kMaxIncoming ? static_cast<Incoming *>(std::malloc(sizeof(Incoming))) : nullptr;
+    if (connection == nullptr) {
+        pauseListener();
+        return;
+    }
     const int fd = accept4(gBus.listener.fd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    const bool scarce = fd < 0 && (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS);
+    *connection = {.source = {SourceKind::incoming, fd}, .pid = 0, .next = gBus.incoming};
+    if (fd >= 0 && isWelcome(fd, connection->pid) && watchSource(connection->source, EPOLLIN)) {
+        gBus.incoming = connection;
+        ++gBus.incomingCount;
+        gBus.full = false;
+        return;
+    }
+    std::free(connection);
     if (fd >= 0) {
-        takeConnection(fd);
-    } else if (errno == EMFILE || errno == ENFILE) {
-        dropConnection();
+        close(fd);
+    }
+    if (scarce) {
+        pauseListener();
     }
 }
 
@@ -277,16 +319,14 @@ Handled handle(const Arrival &arrival)
 
 void sayDone(const FlowContext &flow, FrameKind kind, uint32_t result)
 {
-    Vec<PeerId, 9> who;
-    bool listed = who.push(gBus.self);
-    for (const PeerId &receiver : flow.receivers) {
-        listed = listed && who.push(receiver);
-    }
     FrameHeader header = frameOf(FrameKind::done, static_cast<uint32_t>(kind), result);
     header.flow = flow.flow;
     header.origin = flow.origin;
-    const uint32_t size = std::min<uint32_t>(who.count() * sizeof(PeerId), kMaxPayload);
-    sendToId(flow.origin, header, bytesOf(who.begin(), size));
+    const auto size = static_cast<uint32_t>(flow.shares.count() * sizeof(FlowShare));
+    const uint32_t said = sendToId(flow.origin, header, bytesOf(flow.shares.begin(), size));
+    if (said != QX_OK && said != QX_ERR_NOBODY) {
+        refuse(__LINE__, said, flow.origin.pid, size);
+    }
 }
 
 Handled handleInFlow(const Arrival &arrival)
@@ -294,11 +334,16 @@ Handled handleInFlow(const Arrival &arrival)
     if (arrival.header.flow == 0 || arrival.header.kind == FrameKind::done) {
         return handle(arrival);
     }
-    FlowContext flow{.flow = arrival.header.flow, .origin = arrival.header.origin, .receivers = {}};
+    FlowContext flow{.flow = arrival.header.flow, .origin = arrival.header.origin, .shares = {}};
+    flow.add(gBus.self); // has room without memory
+    const FrameKind kind = arrival.header.kind;
+    const uint32_t generation = gGeneration.load();
     currentFlow() = &flow;
     const Handled handled = handle(arrival);
     currentFlow() = nullptr;
-    sayDone(flow, arrival.header.kind, handled.status == QX_OK ? handled.result : handled.status);
+    if (generation == gGeneration.load()) {
+        sayDone(flow, kind, handled.status == QX_OK ? handled.result : handled.status);
+    }
     return handled;
 }
 
@@ -329,7 +374,11 @@ bool handleFrame(const Incoming &connection)
         return false;
     }
     std::memset(bytes + size, 0, kPayloadPadding);
+    const uint32_t generation = gGeneration.load();
     const Handled handled = handleInFlow({header, bytes + sizeof header, connection.pid});
+    if (generation != gGeneration.load()) {
+        return true; // the child of a fork: the connection is the parent's
+    }
     if (handled.status == QX_ERR_PROTOCOL) {
         refuse(__LINE__, QX_ERR_PROTOCOL, connection.pid, static_cast<uint32_t>(header.kind));
         return false;
@@ -367,23 +416,61 @@ void serve(Source &source)
     }
 }
 
+bool takeStop()
+{
+    const bool asked = gStopAsked.exchange(false);
+    if (asked) {
+        drainStop();
+    }
+    return asked;
+}
+
+// The number of events, 0 when none came in time or the wait was stopped.
+int waitForEvents(std::span<epoll_event> events, int32_t timeoutMs)
+{
+    // A paused listener is tried again before long: what made room need not be a connection of ours.
+    constexpr int32_t kPausedMs = 100;
+    const uint64_t deadline = monotonicNs() + static_cast<uint64_t>(std::max(timeoutMs, 0)) * 1'000'000U;
+    for (;;) {
+        resumeListener();
+        const uint64_t now = monotonicNs();
+        const uint64_t left = now >= deadline ? 0 : (deadline - now + 999'999U) / 1'000'000U;
+        int32_t wait = timeoutMs < 0 ? -1 : static_cast<int32_t>(left);
+        wait = gBus.paused && (wait < 0 || wait > kPausedMs) ? kPausedMs : wait;
+        const int ready = epoll_wait(gBus.epollFd, events.data(), static_cast<int>(events.size()), wait);
+        const bool over = timeoutMs >= 0 && monotonicNs() >= deadline;
+        if (ready > 0 || gStopAsked.load() || over || (ready < 0 && errno != EINTR)) {
+            return std::max(ready, 0);
+        }
+    }
+}
+
 uint32_t waitAndServe(int32_t timeoutMs)
 {
-    std::array<epoll_event, 16> events{};
-    const int ready = epoll_wait(gBus.epollFd, events.data(), static_cast<int>(events.size()), timeoutMs);
-    if (gStopAsked.exchange(false)) {
-        drainStop();
+    if (takeStop()) {
         return QX_ERR_STOPPED;
     }
-    if (ready <= 0) {
-        return QX_ERR_TIMEOUT;
+    std::array<epoll_event, 16> events{};
+    const int ready = waitForEvents(events, timeoutMs);
+    if (takeStop()) {
+        return QX_ERR_STOPPED;
     }
+    const uint32_t generation = gGeneration.load();
     tHandling = true;
     for (int i = 0; i < ready; ++i) {
-        serve(*static_cast<Source *>(events[static_cast<size_t>(i)].data.ptr));
+        gBatch = std::span(events).subspan(static_cast<size_t>(i), static_cast<size_t>(ready - i));
+        auto *const source = static_cast<Source *>(gBatch.front().data.ptr);
+        if (source != nullptr) {
+            serve(*source);
+        }
+        if (generation != gGeneration.load()) {
+            gBatch = {};
+            return QX_ERR_STOPPED; // the child of a fork does not take over its parent's work
+        }
     }
+    gBatch = {};
     tHandling = false;
-    return QX_OK;
+    return ready > 0 ? QX_OK : QX_ERR_TIMEOUT;
 }
 
 RoleClaim *findOwnClaim(Role role)
@@ -393,55 +480,70 @@ RoleClaim *findOwnClaim(Role role)
     return claim == gOwnClaims.end() ? nullptr : claim;
 }
 
-// Whether another live process holds the role; what dead ones left of it is removed.
-bool isTaken(Role role)
+// QX_OK when no other live process holds the role; what dead ones left of it is removed.
+uint32_t checkFree(Role role)
 {
     Vec<RoleClaim> claims;
-    listClaims(claims);
-    bool taken = false;
-    for (const RoleClaim &claim : claims) {
-        if (claim.role != role || isSelf(claim.holder)) {
-            continue;
-        }
-        if (listens(claim.holder)) {
-            taken = true;
-        } else {
-            removeRemains(claim.holder);
-        }
-    }
-    return taken;
-}
-
-uint32_t claimAnew(Role role)
-{
-    const RoleClaim claim{.role = role, .stamp = monotonicNs(), .holder = gBus.self};
-    RoleClaim *const old = findOwnClaim(role);
-    if (!writeClaim(claim)) {
+    if (!listClaims(claims)) {
         return QX_ERR_RUNTIME_DIR;
     }
-    if (old != nullptr) {
-        removeClaim(*old);
-        *old = claim;
-        return QX_OK;
+    uint32_t result = QX_OK;
+    for (const RoleClaim &other : claims) {
+        if (other.role != role || isSelf(other.holder)) {
+            continue;
+        }
+        if (listens(other.holder)) {
+            result = QX_ERR_TAKEN;
+        } else {
+            removeRemains(other.holder);
+        }
     }
-    if (!gOwnClaims.push(claim)) {
-        removeClaim(claim);
+    return result;
+}
+
+uint32_t claim(Role role)
+{
+    const RoleClaim made{.role = role, .stamp = monotonicNs(), .holder = gBus.self};
+    if (!writeClaim(made)) {
+        return QX_ERR_RUNTIME_DIR;
+    }
+    if (!gOwnClaims.push(made)) {
+        removeClaim(made);
         return QX_ERR_NO_MEMORY;
     }
     return QX_OK;
 }
 
-bool openBus(Bus &bus)
+// Removes the sockets that processes left which died without a role, or before they had one: nobody else
+// meets them.
+void sweepSockets()
+{
+    Vec<PeerId> found;
+    listSockets(found);
+    for (const PeerId &id : found) {
+        if (kill(static_cast<pid_t>(id.pid), 0) != 0 && errno == ESRCH && !listens(id)) {
+            removeRemains(id);
+        }
+    }
+}
+
+uint32_t openBus(Bus &bus)
 {
     bus.epollFd = epoll_create1(EPOLL_CLOEXEC);
     bus.stop.fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    bus.spareFd = open("/dev/null", O_RDONLY | O_CLOEXEC);
     bus.buffer = static_cast<FrameBuffer *>(std::aligned_alloc(alignof(FrameBuffer), sizeof(FrameBuffer)));
-    if (bus.epollFd < 0 || bus.stop.fd < 0 || bus.spareFd < 0 || bus.buffer == nullptr) {
-        return false;
+    if (bus.epollFd < 0 || bus.stop.fd < 0 || bus.buffer == nullptr) {
+        return QX_ERR_NO_MEMORY;
     }
     bus.listener.fd = listenAs(bus.self);
-    return bus.listener.fd >= 0 && watchSource(bus.listener, EPOLLIN) && watchSource(bus.stop, EPOLLIN);
+    if (bus.listener.fd < 0) {
+        return errno == EMFILE || errno == ENFILE || errno == ENOMEM ? QX_ERR_NO_MEMORY : QX_ERR_RUNTIME_DIR;
+    }
+    if (!watchSource(bus.listener, EPOLLIN) || !watchSource(bus.stop, EPOLLIN)) {
+        unlinkat(runtimeDirFd(), socketName(bus.self).data(), 0);
+        return QX_ERR_NO_MEMORY;
+    }
+    return QX_OK;
 }
 
 // With LockId::join held.
@@ -454,16 +556,15 @@ uint32_t joinLocked()
         return QX_ERR_RUNTIME_DIR;
     }
     gBus.self = {.pid = static_cast<uint32_t>(getpid()), .nonce = randomNonce()};
-    if (!openBus(gBus)) {
-        const bool listened = gBus.listener.fd >= 0;
-        if (listened) {
-            unlinkat(runtimeDirFd(), socketName(gBus.self).data(), 0);
-        }
+    const uint32_t opened = openBus(gBus);
+    if (opened != QX_OK) {
         closeBus();
-        return listened ? QX_ERR_NO_MEMORY : QX_ERR_RUNTIME_DIR;
+        return opened;
     }
     gStopFd.store(gBus.stop.fd);
     gJoined.store(true, std::memory_order_release);
+    sweepSockets();
+    removeOldRings();
     return QX_OK;
 }
 
@@ -502,14 +603,18 @@ uint32_t claimRole(Role role, bool exclusive)
 {
     const Lock lock(LockId::join);
     const uint32_t joined = joinLocked();
-    if (joined != QX_OK || !exclusive) {
-        return joined != QX_OK ? joined : claimAnew(role);
+    if (joined != QX_OK || findOwnClaim(role) != nullptr) {
+        return joined;
+    }
+    if (!exclusive) {
+        return claim(role);
     }
     const RegistryLock registry(kRegistryTimeoutMs);
     if (!registry) {
         return QX_ERR_TIMEOUT;
     }
-    return isTaken(role) ? QX_ERR_TAKEN : claimAnew(role);
+    const uint32_t free = checkFree(role);
+    return free != QX_OK ? free : claim(role);
 }
 
 void releaseRole(Role role)
@@ -525,6 +630,13 @@ void releaseRole(Role role)
 bool watchForEnd(Watch &watch)
 {
     return watchSource(watch.source, EPOLLRDHUP);
+}
+
+void endWatch(Watch &watch)
+{
+    if (watch.source.fd >= 0) {
+        unwatchSource(watch.source);
+    }
 }
 
 } // namespace qx
@@ -571,7 +683,7 @@ int32_t QxHost_Fd()
 
 uint32_t QxHost_Leave()
 {
-    if (qx::tHandling) {
+    if (qx::tHandling || qx::gDispatching.exchange(true, std::memory_order_acquire)) {
         return QX_ERR_BUSY;
     }
     {
@@ -582,6 +694,7 @@ uint32_t QxHost_Leave()
         qx::closeBus();
     }
     qx::forgetRegistrations();
+    qx::gDispatching.store(false, std::memory_order_release);
     return QX_OK;
 }
 

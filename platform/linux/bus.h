@@ -17,9 +17,8 @@ bool isSelf(PeerId id);
 // Only processes of the same user, or of root, are talked to.
 bool mayTalk(uid_t uid);
 
-// Claims a role for this process, joining the bus first. A role that is held already is claimed anew, so that
-// this process becomes its latest holder. An exclusive one is refused (QX_ERR_TAKEN) while another live
-// process holds it.
+// Claims a role for this process, joining the bus first; one that it holds already stays as it is. An
+// exclusive role is refused (QX_ERR_TAKEN) while another live process holds it.
 uint32_t claimRole(Role role, bool exclusive = false);
 void releaseRole(Role role);
 
@@ -48,8 +47,11 @@ void forgetEvents();
 void forgetProcedures();
 void forgetTerminals();
 void forgetKernel();
-void forgetFlows();
+void abandonFlows();
 void forgetRing();
+
+// Of dead processes, removes the oldest record files beyond those that are kept.
+void removeOldRings();
 
 // What an entry of the epoll set points at: the first member says what it is.
 enum class SourceKind { listener, stop, incoming, watch };
@@ -65,5 +67,6 @@ struct Watch {
     void (*ended)(Watch &watch);
 };
 bool watchForEnd(Watch &watch);
+void endWatch(Watch &watch);
 
 } // namespace qx

@@ -2,6 +2,7 @@
 
 #include "platform/linux/bus.h"
 #include "platform/linux/flow_context.h"
+#include "platform/linux/frame_io.h"
 #include "platform/linux/locks.h"
 
 #include <array>
@@ -18,7 +19,6 @@ namespace {
 
 constexpr uint32_t kDefaultLimitMs = 5000;
 constexpr uint32_t kMaxIdleChannels = 32;
-constexpr uint32_t kMaxDeadHolders = 64;
 
 struct CachedClaim {
     RoleClaim claim;
@@ -34,7 +34,8 @@ constinit std::atomic<uint32_t> gLimitMs{kDefaultLimitMs};
 constinit std::atomic<uint32_t> gSerial{0};
 constinit thread_local FlowContext *tFlow = nullptr;
 constinit Peer *gPeers = nullptr;                     // LockId::peers
-constinit Edition gEdition{};                         // LockId::roles
+constinit bool gClaimsKnown = false;                  // LockId::roles
+constinit uint32_t gEdition = 0;                      // LockId::roles
 constinit StaticVec<CachedClaim> gClaims;             // LockId::roles
 constinit StaticVec<Channel, kMaxIdleChannels> gIdle; // LockId::channels
 
@@ -47,6 +48,24 @@ uint32_t newSerial()
     return serial;
 }
 
+Peer *makePeer(PeerId id)
+{
+    auto *const peer = static_cast<Peer *>(std::calloc(1, sizeof(Peer)));
+    if (peer == nullptr) {
+        return nullptr;
+    }
+    peer->id = id;
+    peer->fd = -1;
+    peer->references = 1;
+    pthread_mutex_init(&peer->lock, nullptr);
+    pthread_condattr_t attributes;
+    pthread_condattr_init(&attributes);
+    pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC); // whatever happens to the time of day
+    pthread_cond_init(&peer->freed, &attributes);
+    pthread_condattr_destroy(&attributes);
+    return peer;
+}
+
 Peer *referToPeer(PeerId id)
 {
     const Lock lock(LockId::peers);
@@ -56,15 +75,9 @@ Peer *referToPeer(PeerId id)
             return peer;
         }
     }
-    auto *peer = static_cast<Peer *>(std::malloc(sizeof(Peer)));
+    Peer *const peer = makePeer(id);
     if (peer != nullptr) {
-        *peer = {.id = id,
-                 .lock = PTHREAD_MUTEX_INITIALIZER,
-                 .fd = -1,
-                 .stalled = false,
-                 .references = 1,
-                 .next = gPeers};
-        gPeers = peer;
+        peer->next = std::exchange(gPeers, peer);
     }
     return peer;
 }
@@ -74,6 +87,7 @@ void destroy(Peer *peer)
     if (peer->fd >= 0) {
         close(peer->fd);
     }
+    pthread_cond_destroy(&peer->freed);
     pthread_mutex_destroy(&peer->lock);
     std::free(peer);
 }
@@ -102,17 +116,17 @@ void forgetClaims()
         }
     }
     gClaims.clear();
-    gEdition = {};
+    gClaimsKnown = false;
 }
 
 // The connections of processes that stay are kept: their peers are referred to anew before they are let go.
 uint32_t readClaims()
 {
-    if (runtimeDirFd() < 0) {
+    if (runtimeDirFd() < 0 || !runtimeDirStands()) {
         return QX_ERR_RUNTIME_DIR;
     }
-    const Edition edition = readEdition();
-    if (gEdition.known && edition == gEdition) {
+    const uint32_t edition = readEdition();
+    if (gClaimsKnown && edition == gEdition) {
         return QX_OK;
     }
     Vec<RoleClaim> claims;
@@ -129,7 +143,8 @@ uint32_t readClaims()
         }
     }
     gClaims.swap(fresh);
-    gEdition = {.known = edition.known && result == QX_OK, .changes = edition.changes};
+    gEdition = edition;
+    gClaimsKnown = result == QX_OK;
     for (const CachedClaim &cached : fresh) {
         if (cached.peer != nullptr) {
             release({&cached.peer, 1});
@@ -165,63 +180,34 @@ uint32_t resultOf(int error)
     case EMFILE:
     case ENFILE:
         return QX_ERR_NO_MEMORY;
+    case ECONNREFUSED: // nobody listens there any more, and the frame has reached nobody
+    case ENOENT:
+        return QX_ERR_NOBODY;
+    case EPERM:
+    case EPROTO:
+        return QX_ERR_PROTOCOL;
     default:
         return QX_ERR_PEER_GONE;
     }
 }
 
-// Below this size, copying a payload behind its header costs less than telling the kernel of two pieces.
-constexpr size_t kSmallFrame = 512;
-
-ssize_t sendSmall(int fd, FrameHeader &header, Payload payload, int flags)
-{
-    std::array<std::byte, kSmallFrame> bytes;
-    std::memcpy(bytes.data(), &header, sizeof header);
-    std::copy(payload.begin(), payload.end(), bytes.begin() + sizeof header);
-    return send(fd, bytes.data(), sizeof header + payload.size(), flags);
-}
-
-ssize_t sendLarge(int fd, FrameHeader &header, Payload payload, int flags)
-{
-    std::array<iovec, 2> parts{{
-        {.iov_base = &header, .iov_len = sizeof header},
-        {.iov_base = const_cast<std::byte *>(payload.data()), .iov_len = payload.size()},
-    }};
-    msghdr message{};
-    message.msg_iov = parts.data();
-    message.msg_iovlen = parts.size();
-    return sendmsg(fd, &message, flags);
-}
-
-// 0 or an errno.
-int sendFrame(int fd, FrameHeader header, Payload payload, int flags)
-{
-    header.length = static_cast<uint32_t>(payload.size());
-    const bool small = sizeof header + payload.size() <= kSmallFrame;
-    ssize_t sent = -1;
-    do {
-        sent = (small ? sendSmall : sendLarge)(fd, header, payload, flags | MSG_NOSIGNAL);
-    } while (sent < 0 && errno == EINTR);
-    return sent < 0 ? errno : 0;
-}
-
-// The reply to `serial`, which is all that the other side may send.
+// The reply to `serial`. Replies to earlier frames, whose senders gave up waiting, are passed over.
 uint32_t receiveReply(int fd, uint32_t serial, FrameHeader &reply)
 {
-    ssize_t got = recv(fd, &reply, sizeof reply, MSG_TRUNC);
-    uint64_t deadline = 0; // looked at only when signals cut the wait short, each of which starts it anew
-    while (got < 0 && errno == EINTR && (deadline == 0 || monotonicNs() < deadline)) {
-        deadline = deadline != 0 ? deadline : monotonicNs() + uint64_t{timeLimitMs()} * 1'000'000U;
-        got = recv(fd, &reply, sizeof reply, MSG_TRUNC);
+    const Deadline deadline(timeLimitMs());
+    int error = 0;
+    do {
+        error = receiveHeader(fd, reply, deadline);
+    } while (error == 0 && reply.kind == FrameKind::reply && reply.serial != serial);
+    if (error != 0) {
+        return resultOf(error);
     }
-    if (got < 0) {
-        return errno == EINTR ? QX_ERR_TIMEOUT : resultOf(errno);
-    }
-    if (got == 0) {
-        return QX_ERR_PEER_GONE;
-    }
-    const bool fits = static_cast<size_t>(got) == sizeof reply && isWhole(reply, sizeof reply);
-    return fits && reply.kind == FrameKind::reply && reply.serial == serial ? QX_OK : QX_ERR_PROTOCOL;
+    return reply.kind == FrameKind::reply ? QX_OK : QX_ERR_PROTOCOL;
+}
+
+bool isBroken(int error)
+{
+    return error == EPIPE || error == ECONNRESET || error == ENOTCONN;
 }
 
 void disconnect(Peer &peer)
@@ -236,34 +222,49 @@ void disconnect(Peer &peer)
 // A kept connection whose other end closed it is made anew, once: the process may have closed just that one.
 uint32_t sendOnPeer(Peer &peer, const FrameHeader &header, Payload payload)
 {
+    const Deadline deadline(timeLimitMs());
     int error = ENOTCONN;
     if (peer.fd >= 0) {
-        error = sendFrame(peer.fd, header, payload, peer.stalled ? MSG_DONTWAIT : 0);
+        error = sendFrame(peer.fd, header, payload, !peer.stalled, deadline);
     }
-    if (error == ENOTCONN || error == EPIPE || error == ECONNRESET) {
+    if (isBroken(error)) {
         disconnect(peer);
         const int fd = connectTo(peer.id, true);
         if (fd < 0) {
             return resultOf(-fd);
         }
         peer.fd = fd;
-        error = sendFrame(peer.fd, header, payload, 0);
+        error = sendFrame(peer.fd, header, payload, true, deadline);
     }
     peer.stalled = error == EAGAIN;
     return error == 0 ? QX_OK : resultOf(error);
 }
 
-// Waits for the peer's turn no longer than for the peer itself.
+timespec deadlineFromNow()
+{
+    const uint64_t end = monotonicNs() + uint64_t{timeLimitMs()} * 1'000'000U;
+    return {.tv_sec = static_cast<time_t>(end / 1'000'000'000U),
+            .tv_nsec = static_cast<long>(end % 1'000'000'000U)};
+}
+
+// One thread's turn with a peer, for which it waits no longer than it would for the peer itself.
 class PeerTurn {
 public:
     explicit PeerTurn(Peer &peer) : peer_(peer)
     {
-        taken_ = pthread_mutex_trylock(&peer.lock) == 0 || waitFor(peer);
+        const Lock lock(peer.lock);
+        if (peer.busy) {
+            wait();
+        }
+        taken_ = !peer.busy;
+        peer.busy = true;
     }
     ~PeerTurn()
     {
         if (taken_) {
-            pthread_mutex_unlock(&peer_.lock);
+            const Lock lock(peer_.lock);
+            peer_.busy = false;
+            pthread_cond_signal(&peer_.freed);
         }
     }
     PeerTurn(const PeerTurn &) = delete;
@@ -271,12 +272,11 @@ public:
     explicit operator bool() const { return taken_; }
 
 private:
-    static bool waitFor(Peer &peer)
+    void wait()
     {
-        const uint64_t end = monotonicNs() + uint64_t{timeLimitMs()} * 1'000'000U;
-        const timespec deadline{.tv_sec = static_cast<time_t>(end / 1'000'000'000U),
-                                .tv_nsec = static_cast<long>(end % 1'000'000'000U)};
-        return pthread_mutex_clocklock(&peer.lock, CLOCK_MONOTONIC, &deadline) == 0;
+        const timespec deadline = deadlineFromNow();
+        while (peer_.busy && pthread_cond_timedwait(&peer_.freed, &peer_.lock, &deadline) == 0) {
+        }
     }
 
     Peer &peer_;
@@ -296,8 +296,10 @@ uint32_t sendInTurn(Peer &peer, FrameHeader &header, Payload payload, bool ackno
     }
     FrameHeader reply{};
     result = receiveReply(peer.fd, header.serial, reply);
+    if (result == QX_ERR_PROTOCOL || result == QX_ERR_PEER_GONE) {
+        disconnect(peer);
+    }
     if (result != QX_OK) {
-        disconnect(peer); // a late reply must not be taken for the next one's
         return result;
     }
     return reply.number != QX_OK ? reply.number : reply.word;
@@ -328,20 +330,23 @@ void giveBack(PeerId id, int fd)
 }
 
 // What a handler sends while it works for a flow is more of that flow, but for prints: they end at the
-// terminal.
-FlowContext *joinFlow(FrameHeader &header)
+// terminal. False when there is no memory to tell the origin of it.
+bool joinFlow(FrameHeader &header, PeerId receiver)
 {
     if (tFlow == nullptr || header.flow != 0 || header.kind == FrameKind::print) {
-        return nullptr;
+        return true;
     }
     header.flow = tFlow->flow;
     header.origin = tFlow->origin;
-    return tFlow;
+    return tFlow->add(receiver);
 }
 
-bool isBroken(int error)
+// The frame has not reached the receiver.
+void leaveFlow(const FrameHeader &header, PeerId receiver)
 {
-    return error == EPIPE || error == ECONNRESET || error == ENOTCONN;
+    if (tFlow != nullptr && header.flow == tFlow->flow && header.origin == tFlow->origin) {
+        tFlow->remove(receiver);
+    }
 }
 
 } // namespace
@@ -378,10 +383,11 @@ int connectTo(PeerId id, bool waits)
     if (waits) {
         setLimits(fd, timeLimitMs());
     }
+    const Deadline deadline(timeLimitMs());
     int error = 0;
     do {
         error = connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 ? 0 : errno;
-    } while (error == EINTR);
+    } while (error == EINTR && !deadline.passed());
     if (error == 0 && !isTrusted(fd)) {
         error = EPERM;
     }
@@ -398,7 +404,7 @@ bool listens(PeerId id)
     if (fd >= 0) {
         close(fd);
     }
-    return fd >= 0 || fd == -EAGAIN; // a full queue of connections is a sign of life
+    return fd != -ECONNREFUSED && fd != -ENOENT; // any other failure says nothing of the process
 }
 
 Holders::Holders(Role role) : result_(QX_OK)
@@ -430,24 +436,20 @@ Holders::~Holders()
     release({begin(), count()});
 }
 
-void Holders::dropLatest()
-{
-    release({end() - 1, 1});
-    peers_.removeAt(count() - 1);
-}
-
 uint32_t sendTo(Peer &peer, FrameHeader header, Payload payload, bool acknowledged)
 {
     if (payload.size() > kMaxPayload) {
         return QX_ERR_TOO_LARGE;
     }
-    FlowContext *const flow = joinFlow(header);
-    const uint32_t result = sendInTurn(peer, header, payload, acknowledged);
-    if (result == QX_OK && flow != nullptr) {
-        flow->receivers.push(peer.id);
+    if (!joinFlow(header, peer.id)) {
+        return QX_ERR_NO_MEMORY;
     }
-    if (result == QX_ERR_PEER_GONE && !listens(peer.id)) {
+    const uint32_t result = sendInTurn(peer, header, payload, acknowledged);
+    if (result == QX_ERR_NOBODY) {
+        leaveFlow(header, peer.id);
         removeRemains(peer.id);
+    } else if (result != QX_OK && !acknowledged) {
+        leaveFlow(header, peer.id);
     }
     return result;
 }
@@ -471,7 +473,7 @@ uint32_t sendToAll(Role role, const FrameHeader &header, Payload payload, bool a
     for (Peer *peer : holders) {
         const uint32_t sent = sendTo(*peer, header, payload, acknowledged);
         reached += sent == QX_OK ? 1 : 0;
-        result = sent == QX_OK || sent == QX_ERR_PEER_GONE ? result : sent;
+        result = sent == QX_OK || sent == QX_ERR_NOBODY ? result : sent;
     }
     return result;
 }
@@ -481,47 +483,47 @@ uint32_t request(PeerId id, FrameHeader header, Payload payload, FrameHeader &re
     if (payload.size() > kMaxPayload) {
         return QX_ERR_TOO_LARGE;
     }
-    FlowContext *const flow = joinFlow(header);
+    if (!joinFlow(header, id)) {
+        return QX_ERR_NO_MEMORY;
+    }
     header.serial = newSerial();
+    const Deadline deadline(timeLimitMs());
     int fd = takeIdle(id);
-    int error = fd >= 0 ? sendFrame(fd, header, payload, 0) : ENOTCONN;
+    int error = fd >= 0 ? sendFrame(fd, header, payload, true, deadline) : ENOTCONN;
     if (isBroken(error)) {
         if (fd >= 0) {
             close(fd);
         }
         fd = connectTo(id, true);
-        if (fd < 0) {
-            return fd == -ECONNREFUSED || fd == -ENOENT ? QX_ERR_NOBODY : resultOf(-fd);
-        }
-        error = sendFrame(fd, header, payload, 0);
+        error = fd < 0 ? -fd : sendFrame(fd, header, payload, true, deadline);
     }
-    if (error == 0 && flow != nullptr) {
-        flow->receivers.push(id);
+    if (error != 0) {
+        leaveFlow(header, id);
     }
     const uint32_t result = error == 0 ? receiveReply(fd, header.serial, reply) : resultOf(error);
     if (result == QX_OK) {
         giveBack(id, fd);
-    } else {
+    } else if (fd >= 0) {
         close(fd);
     }
     return result;
 }
 
-uint32_t requestOfLatest(Role role, const FrameHeader &header, Payload payload, FrameHeader &reply)
+uint32_t requestOfFirst(Role role, const FrameHeader &header, Payload payload, FrameHeader &reply)
 {
-    for (uint32_t dead = 0; dead < kMaxDeadHolders; ++dead) {
-        Holders holders(role);
-        if (holders.result() != QX_OK || holders.count() == 0) {
-            return holders.result() != QX_OK ? holders.result() : QX_ERR_NOBODY;
-        }
-        const PeerId id = holders.latest()->id;
-        const uint32_t result = request(id, header, payload, reply);
-        if (result != QX_ERR_NOBODY) {
+    Holders holders(role);
+    uint32_t result = holders.result() != QX_OK ? holders.result() : QX_ERR_NOBODY;
+    for (const Peer *peer : holders) {
+        result = request(peer->id, header, payload, reply);
+        if (result == QX_ERR_NOBODY) {
+            removeRemains(peer->id);
+        } else if (result != QX_OK || reply.number != QX_ERR_NOT_FOUND) {
             return result;
+        } else {
+            result = QX_ERR_NOBODY; // it has just given the role up
         }
-        removeRemains(id);
     }
-    return QX_ERR_NOBODY;
+    return result;
 }
 
 // Of a fork's parent: threads that referred to them are not there any more.

@@ -14,7 +14,9 @@ namespace qx {
 
 struct Peer {
     PeerId id;
-    pthread_mutex_t lock; // held while a frame is sent, and while its acknowledgement is awaited
+    pthread_mutex_t lock; // of busy
+    pthread_cond_t freed;
+    bool busy; // some thread sends a frame or awaits its acknowledgement, and has all that follows
     int fd;
     bool stalled; // the last frame found no room in time: do not wait again
     uint32_t references;
@@ -37,8 +39,6 @@ public:
     Peer **begin() { return peers_.begin(); }
     Peer **end() { return peers_.end(); }
     uint32_t count() const { return peers_.count(); }
-    Peer *latest() { return peers_[count() - 1]; }
-    void dropLatest();
 
 private:
     Vec<Peer *, 32> peers_;
@@ -63,8 +63,8 @@ uint32_t sendToAll(Role role, const FrameHeader &header, Payload payload, bool a
 // QX_ERR_PROTOCOL, QX_ERR_NO_MEMORY.
 uint32_t request(PeerId id, FrameHeader header, Payload payload, FrameHeader &reply);
 
-// As request, of the latest holder of a role that lives; QX_ERR_NOBODY when there is none.
-uint32_t requestOfLatest(Role role, const FrameHeader &header, Payload payload, FrameHeader &reply);
+// As request, of the earliest holder of a role that lives; QX_ERR_NOBODY when there is none.
+uint32_t requestOfFirst(Role role, const FrameHeader &header, Payload payload, FrameHeader &reply);
 
 // A new connection with the bus's time limit set; negative is -errno.
 int connectTo(PeerId id, bool waits);

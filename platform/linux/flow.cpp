@@ -5,6 +5,7 @@
 // finished.
 #include "platform/linux/bus.h"
 #include "platform/linux/connection.h"
+#include "platform/linux/flow_context.h"
 #include "qx/host.h"
 
 #include <array>
@@ -55,18 +56,13 @@ void learnName(FlowMember &member)
     if (fd < 0) {
         return;
     }
-    const ssize_t got = read(fd, member.name.data(), member.name.size() - 1);
+    std::array<char, 64> line{};
+    const ssize_t got = read(fd, line.data(), line.size());
     close(fd);
-    if (got > 0) { // a line
-        member.name[static_cast<size_t>(got - 1)] = '\0';
-    }
-}
-
-void closeWatch(FlowMember &member)
-{
-    if (member.watch.source.fd >= 0) {
-        close(member.watch.source.fd);
-        member.watch.source.fd = -1;
+    if (got > 1) {
+        const size_t length = std::min(static_cast<size_t>(got) - 1, member.name.size() - 1);
+        member.name = {};
+        std::copy_n(line.begin(), length, member.name.begin());
     }
 }
 
@@ -74,7 +70,7 @@ void noteDeath(Watch &watch)
 {
     auto &member = reinterpret_cast<FlowMember &>(watch);
     member.died = true;
-    closeWatch(member);
+    endWatch(member.watch);
 }
 
 void startWatch(FlowMember &member)
@@ -83,7 +79,7 @@ void startWatch(FlowMember &member)
     member.watch = {.source = {SourceKind::watch, fd < 0 ? -1 : fd}, .ended = noteDeath};
     member.died = fd == -ECONNREFUSED || fd == -ENOENT;
     if (fd >= 0 && !watchForEnd(member.watch)) {
-        closeWatch(member);
+        endWatch(member.watch);
     }
 }
 
@@ -132,23 +128,24 @@ bool allAre(const QxFlow &flow, bool (*is)(const FlowMember &))
     return true;
 }
 
-bool isSettled(const FlowMember &member)
-{
-    return member.given == member.finished || member.died;
-}
-
 bool isFinished(const FlowMember &member)
 {
-    return member.given == member.finished;
+    return member.finished >= member.given;
 }
 
-uint32_t give(QxFlow &flow, PeerId id)
+// With what a dead process still said taken from the queues, nothing more is to come of it.
+bool isSettled(const FlowMember &member)
+{
+    return isFinished(member) || member.died;
+}
+
+uint32_t give(QxFlow &flow, PeerId id, uint32_t frames)
 {
     FlowMember *const member = memberOf(flow, id);
     if (member == nullptr) {
         return QX_ERR_NO_MEMORY;
     }
-    ++member->given;
+    member->given += frames;
     return QX_OK;
 }
 
@@ -160,22 +157,12 @@ FrameHeader flowFrame(const QxFlow &flow, FrameKind kind, uint32_t number, uint3
     return header;
 }
 
-// What a process sent before it died is in our queues already: take it all before believing its last word.
-uint32_t drain()
-{
-    uint32_t result = QX_OK;
-    while (result == QX_OK) {
-        result = QxHost_Dispatch(0);
-    }
-    return result == QX_ERR_TIMEOUT ? QX_OK : result;
-}
-
 void freeFlow(QxFlow *flow)
 {
     while (flow->members != nullptr) {
         FlowMember *const member = flow->members;
         flow->members = member->next;
-        closeWatch(*member);
+        endWatch(member->watch);
         std::free(member);
     }
     std::free(flow);
@@ -185,35 +172,38 @@ void freeFlow(QxFlow *flow)
 
 Handled handleDone(const Arrival &arrival)
 {
-    const uint32_t count = arrival.header.length / sizeof(PeerId);
-    if (count == 0 || arrival.header.length % sizeof(PeerId) != 0 || !isSelf(arrival.header.origin)) {
+    const uint32_t count = arrival.header.length / sizeof(FlowShare);
+    if (count == 0 || arrival.header.length % sizeof(FlowShare) != 0 || !isSelf(arrival.header.origin)) {
         return {.status = QX_ERR_PROTOCOL, .result = 0};
     }
-    const std::span peers(reinterpret_cast<const PeerId *>(arrival.payload), count);
-    if (peers[0].pid != arrival.senderPid) {
+    const std::span shares(reinterpret_cast<const FlowShare *>(arrival.payload), count);
+    const PeerId speaker = shares[0].id;
+    if (speaker.pid != arrival.senderPid) {
         return {.status = QX_ERR_PROTOCOL, .result = 0};
     }
     QxFlow *const flow = findFlow(arrival.header.flow);
-    FlowMember *const sender = flow != nullptr ? memberOf(*flow, peers[0]) : nullptr;
+    FlowMember *const sender = flow != nullptr ? memberOf(*flow, speaker) : nullptr;
     if (sender == nullptr) {
         return {.status = QX_OK, .result = 0}; // a flow that was given up meanwhile
     }
     const bool wasCall = arrival.header.number == static_cast<uint32_t>(FrameKind::rpc);
-    if (wasCall && !flow->answered && peers[0] == flow->callee) {
+    if (wasCall && !flow->answered && speaker == flow->callee) {
         flow->answered = true;
         flow->result = arrival.header.word;
     }
     ++sender->finished;
-    for (const PeerId &receiver : peers.subspan(1)) {
-        give(*flow, receiver);
+    for (const FlowShare &share : shares.subspan(1)) {
+        give(*flow, share.id, share.frames);
     }
     return {.status = QX_OK, .result = 0};
 }
 
-void forgetFlows()
+void abandonFlows()
 {
-    while (gFlows != nullptr) {
-        freeFlow(std::exchange(gFlows, gFlows->next));
+    for (QxFlow *flow = gFlows; flow != nullptr; flow = flow->next) {
+        for (FlowMember *member = flow->members; member != nullptr; member = member->next) {
+            noteDeath(member->watch);
+        }
     }
 }
 
@@ -249,19 +239,18 @@ uint32_t QxHost_FlowCallRpc(QxFlow *flow, uint32_t id, uint32_t callerWord, cons
     if (flow == nullptr || text == nullptr) {
         return QX_ERR;
     }
+    const qx::Payload payload = qx::bytesOf(text, static_cast<uint32_t>(strlen(text) + 1));
     qx::Holders holders({.kind = qx::RoleKind::rpc, .number = id});
-    while (holders.result() == QX_OK && holders.count() > 0) {
-        qx::Peer *const latest = holders.latest();
-        const uint32_t sent = qx::sendTo(*latest, qx::flowFrame(*flow, qx::FrameKind::rpc, id, callerWord),
-                                         qx::bytesOf(text, static_cast<uint32_t>(strlen(text) + 1)));
+    for (qx::Peer *peer : holders) {
+        const uint32_t sent =
+            qx::sendTo(*peer, qx::flowFrame(*flow, qx::FrameKind::rpc, id, callerWord), payload);
         if (sent == QX_OK) {
-            flow->callee = latest->id;
-            return qx::give(*flow, latest->id);
+            flow->callee = peer->id;
+            return qx::give(*flow, peer->id, 1);
         }
-        if (sent != QX_ERR_PEER_GONE) {
+        if (sent != QX_ERR_NOBODY) {
             return sent;
         }
-        holders.dropLatest();
     }
     return holders.result() != QX_OK ? holders.result() : QX_ERR_NOBODY;
 }
@@ -276,11 +265,8 @@ uint32_t QxHost_FlowInvokeEvent(QxFlow *flow, uint32_t event, const void *data, 
     for (qx::Peer *peer : holders) {
         const uint32_t sent =
             qx::sendTo(*peer, qx::flowFrame(*flow, qx::FrameKind::event, event, 0), qx::bytesOf(data, size));
-        if (sent == QX_OK) {
-            result = qx::give(*flow, peer->id);
-        } else if (sent != QX_ERR_PEER_GONE) {
-            result = sent;
-        }
+        const uint32_t given = sent == QX_OK ? qx::give(*flow, peer->id, 1) : sent;
+        result = given == QX_OK || given == QX_ERR_NOBODY ? result : given;
     }
     return result;
 }
@@ -290,18 +276,21 @@ uint32_t QxHost_FlowWait(QxFlow *flow, uint32_t timeoutMs)
     if (flow == nullptr) {
         return QX_ERR;
     }
+    constexpr uint64_t kLongest = std::numeric_limits<int32_t>::max();
     const uint64_t deadline = qx::monotonicNs() + uint64_t{timeoutMs} * 1'000'000U;
     while (!qx::allAre(*flow, qx::isFinished)) {
-        if (qx::allAre(*flow, qx::isSettled)) {
-            return qx::drain();
-        }
+        const bool settled = qx::allAre(*flow, qx::isSettled);
         const uint64_t now = qx::monotonicNs();
         if (now >= deadline) {
-            return QX_ERR_TIMEOUT;
+            return settled ? QX_OK : QX_ERR_TIMEOUT;
         }
-        const uint64_t left = (deadline - now + 999'999U) / 1'000'000U;
-        constexpr uint64_t kLongest = std::numeric_limits<int32_t>::max();
-        const uint32_t result = QxHost_Dispatch(static_cast<int32_t>(std::min(left, kLongest)));
+        const uint64_t left = std::min((deadline - now + 999'999U) / 1'000'000U, kLongest);
+        // What a process said before it died is in our queues already: it is all taken before the end is
+        // believed.
+        const uint32_t result = QxHost_Dispatch(settled ? 0 : static_cast<int32_t>(left));
+        if (settled && result == QX_ERR_TIMEOUT) {
+            return QX_OK;
+        }
         if (result != QX_OK && result != QX_ERR_TIMEOUT) {
             return result;
         }

@@ -78,26 +78,6 @@ void listDead(Vec<DeadRing> &dead)
     });
 }
 
-void removeOldest()
-{
-    Vec<DeadRing> dead;
-    listDead(dead);
-    if (dead.count() <= kMaxDeadRings) {
-        return;
-    }
-    std::sort(dead.begin(), dead.end(), [](const DeadRing &a, const DeadRing &b) {
-        return a.changed.tv_sec != b.changed.tv_sec ? a.changed.tv_sec < b.changed.tv_sec
-                                                    : a.changed.tv_nsec < b.changed.tv_nsec;
-    });
-    const int fd = openRecords();
-    for (uint32_t i = 0; fd >= 0 && i < dead.count() - kMaxDeadRings; ++i) {
-        unlinkat(fd, dead[i].name.data(), 0);
-    }
-    if (fd >= 0) {
-        close(fd);
-    }
-}
-
 // The program's name with nothing in it that means something in a path.
 void plainName(char *out, size_t size)
 {
@@ -151,7 +131,6 @@ int ringFd()
     const Lock lock(LockId::ring);
     fd = gRingFd.load(std::memory_order_relaxed);
     if (fd < 0) {
-        removeOldest();
         fd = createRing();
         gRingFd.store(fd, std::memory_order_release);
     }
@@ -205,6 +184,26 @@ bool readRing(int fd, Vec<QxRecord> &out)
 }
 
 } // namespace
+
+void removeOldRings()
+{
+    Vec<DeadRing> dead;
+    listDead(dead);
+    if (dead.count() <= kMaxDeadRings) {
+        return;
+    }
+    std::sort(dead.begin(), dead.end(), [](const DeadRing &a, const DeadRing &b) {
+        return a.changed.tv_sec != b.changed.tv_sec ? a.changed.tv_sec < b.changed.tv_sec
+                                                    : a.changed.tv_nsec < b.changed.tv_nsec;
+    });
+    const int fd = openRecords();
+    for (uint32_t i = 0; fd >= 0 && i < dead.count() - kMaxDeadRings; ++i) {
+        unlinkat(fd, dead[i].name.data(), 0);
+    }
+    if (fd >= 0) {
+        close(fd);
+    }
+}
 
 bool storeRecord(RingSlot slot)
 {

@@ -124,7 +124,7 @@ uint32_t QxHost_CallRpc(uint32_t id, uint32_t callerWord, const char *text, uint
     }
     const auto size = static_cast<uint32_t>(strlen(text) + 1);
     qx::FrameHeader reply{};
-    const uint32_t called = qx::requestOfLatest(
+    const uint32_t called = qx::requestOfFirst(
         qx::roleOf(id), qx::frameOf(qx::FrameKind::rpc, id, callerWord), qx::bytesOf(text, size), reply);
     if (called != QX_OK || reply.number != QX_OK) {
         return called != QX_OK ? called : reply.number;

@@ -11,6 +11,7 @@
 #include <fcntl.h>
 #include <string_view>
 #include <sys/file.h>
+#include <sys/mman.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <tuple>
@@ -20,7 +21,9 @@ namespace qx {
 namespace {
 
 constinit std::atomic<int> gDirFd{-1};
-constinit std::atomic<int> gEditionFd{-1};
+constinit std::atomic<uint32_t *> gEdition{nullptr};
+constinit std::array<char, 4096> gPath{};   // of the open directory
+constinit std::atomic<uint64_t> gLooked{0}; // when it was last compared with what stands at its path
 
 // How a role is written: a word, and its number in the base in which people write it (0: it has none).
 struct RoleText {
@@ -69,8 +72,7 @@ bool isOursAlone(int fd)
     if (fstat(fd, &status) != 0) {
         return false;
     }
-    const bool ours = status.st_uid == geteuid() || geteuid() == 0;
-    return S_ISDIR(status.st_mode) && ours && (status.st_mode & 077U) == 0;
+    return S_ISDIR(status.st_mode) && status.st_uid == geteuid() && (status.st_mode & 077U) == 0;
 }
 
 bool makeRooms(int fd)
@@ -85,14 +87,13 @@ bool makeRooms(int fd)
 
 int openDir()
 {
-    std::array<char, 4096> path{};
-    if (!locate(path.data(), path.size())) {
+    if (!locate(gPath.data(), gPath.size())) {
         return -1;
     }
-    if (mkdir(path.data(), 0700) != 0 && errno != EEXIST) {
+    if (mkdir(gPath.data(), 0700) != 0 && errno != EEXIST) {
         return -1;
     }
-    const int fd = open(path.data(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int fd = open(gPath.data(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd >= 0 && (!isOursAlone(fd) || !makeRooms(fd))) {
         close(fd);
         return -1;
@@ -100,14 +101,27 @@ int openDir()
     return fd;
 }
 
-int openEdition(int dirFd)
+// The counter's file has its size and its space before it is mapped, so that no disk that fills up and no
+// other process that comes first can leave a page without memory behind it.
+uint32_t *mapEdition(int dirFd)
 {
-    return openat(dirFd, "edition", O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    const int fd = openat(dirFd, "edition", O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (fd < 0) {
+        return nullptr;
+    }
+    void *const page = posix_fallocate(fd, 0, sizeof(uint32_t)) == 0
+                           ? mmap(nullptr, sizeof(uint32_t), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0)
+                           : MAP_FAILED;
+    close(fd);
+    return page == MAP_FAILED ? nullptr : static_cast<uint32_t *>(page);
 }
 
-bool bumpEdition()
+void bumpEdition()
 {
-    return write(gEditionFd.load(std::memory_order_acquire), "+", 1) == 1;
+    uint32_t *const edition = gEdition.load(std::memory_order_acquire);
+    if (edition != nullptr) {
+        std::atomic_ref(*edition).fetch_add(1, std::memory_order_release);
+    }
 }
 
 template <typename Number>
@@ -127,12 +141,18 @@ bool takeChar(std::string_view &text, char wanted)
     return true;
 }
 
+// string_view's own would need the C++ runtime in a build without optimisation.
+bool beginsWith(std::string_view text, std::string_view start)
+{
+    return text.size() >= start.size() && std::equal(start.begin(), start.end(), text.begin());
+}
+
 // Accepts what claimName writes and nothing else: a name that reads back differently is not one of ours.
 bool parseClaim(std::string_view text, RoleClaim &out)
 {
     const std::string_view whole = text;
     const auto *const row = std::find_if(kRoleTexts.begin(), kRoleTexts.end(),
-                                         [&](const RoleText &each) { return text.starts_with(each.word); });
+                                         [&](const RoleText &each) { return beginsWith(text, each.word); });
     if (row == kRoleTexts.end()) {
         return false;
     }
@@ -151,11 +171,12 @@ bool sortsBefore(const RoleClaim &a, const RoleClaim &b)
     return std::tie(a.role.kind, a.role.number, a.stamp) < std::tie(b.role.kind, b.role.number, b.stamp);
 }
 
+// Visits the names in a room until one visit fails.
 template <typename Visit>
-bool visitRoles(int dirFd, Visit visit)
+bool visitNames(const char *room, Visit visit)
 {
-    const int fd = openat(dirFd, "roles", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    DIR *listing = fd >= 0 ? fdopendir(fd) : nullptr;
+    const int fd = openat(runtimeDirFd(), room, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    DIR *const listing = fd >= 0 ? fdopendir(fd) : nullptr;
     if (listing == nullptr) {
         if (fd >= 0) {
             close(fd);
@@ -163,9 +184,8 @@ bool visitRoles(int dirFd, Visit visit)
         return false;
     }
     bool good = true;
-    RoleClaim claim{};
     while (const dirent *entry = good ? readdir(listing) : nullptr) {
-        good = !parseClaim(entry->d_name, claim) || visit(claim);
+        good = visit(std::string_view(entry->d_name));
     }
     closedir(listing);
     return good;
@@ -185,23 +205,25 @@ int runtimeDirFd()
         return fd;
     }
     fd = openDir();
-    const int editionFd = fd >= 0 ? openEdition(fd) : -1;
-    if (fd >= 0 && editionFd < 0) {
+    uint32_t *const edition = fd >= 0 ? mapEdition(fd) : nullptr;
+    if (fd >= 0 && edition == nullptr) {
         close(fd);
         return -1;
     }
-    gEditionFd.store(editionFd, std::memory_order_release);
+    gEdition.store(edition, std::memory_order_release);
     gDirFd.store(fd, std::memory_order_release);
     return fd;
 }
 
 void forgetRuntimeDir()
 {
-    for (std::atomic<int> *kept : {&gDirFd, &gEditionFd}) {
-        const int fd = kept->exchange(-1);
-        if (fd >= 0) {
-            close(fd);
-        }
+    const int fd = gDirFd.exchange(-1);
+    if (fd >= 0) {
+        close(fd);
+    }
+    uint32_t *const edition = gEdition.exchange(nullptr);
+    if (edition != nullptr) {
+        munmap(edition, sizeof *edition);
     }
 }
 
@@ -226,6 +248,11 @@ NameText socketName(PeerId id)
     return format<NameText>("bus/%u-%08x", id.pid, id.nonce);
 }
 
+NameText draftSocketName(PeerId id)
+{
+    return format<NameText>("bus/.%u-%08x", id.pid, id.nonce);
+}
+
 NameText claimName(const RoleClaim &claim)
 {
     const RoleText &row = kRoleTexts[static_cast<size_t>(claim.role.kind)];
@@ -245,12 +272,10 @@ bool socketAddress(const NameText &name, PathText &out)
     return fd >= 0;
 }
 
-Edition readEdition()
+uint32_t readEdition()
 {
-    struct stat status {};
-    const bool stands =
-        fstat(gEditionFd.load(std::memory_order_acquire), &status) == 0 && status.st_nlink > 0;
-    return {.known = stands, .changes = static_cast<uint64_t>(status.st_size)};
+    uint32_t *const edition = gEdition.load(std::memory_order_acquire);
+    return edition == nullptr ? 0 : std::atomic_ref(*edition).load(std::memory_order_acquire);
 }
 
 bool writeClaim(const RoleClaim &claim)
@@ -262,10 +287,7 @@ bool writeClaim(const RoleClaim &claim)
         return false;
     }
     close(fd);
-    if (!bumpEdition()) {
-        unlinkat(dirFd, path.data(), 0);
-        return false;
-    }
+    bumpEdition();
     return true;
 }
 
@@ -278,12 +300,42 @@ void removeClaim(const RoleClaim &claim)
 
 bool listClaims(Vec<RoleClaim> &out)
 {
-    const int dirFd = runtimeDirFd();
-    if (dirFd < 0 || !visitRoles(dirFd, [&](const RoleClaim &claim) { return out.push(claim); })) {
+    RoleClaim claim{};
+    if (!visitNames("roles",
+                    [&](std::string_view name) { return !parseClaim(name, claim) || out.push(claim); })) {
         return false;
     }
     std::sort(out.begin(), out.end(), sortsBefore);
     return true;
+}
+
+bool listSockets(Vec<PeerId> &out)
+{
+    return visitNames("bus", [&](std::string_view name) {
+        PeerId id{};
+        name.remove_prefix(name.starts_with('.') ? 1 : 0); // a socket that was to get its name
+        const bool parsed =
+            takeNumber(name, id.pid, 10) && takeChar(name, '-') && takeNumber(name, id.nonce, 16);
+        return !parsed || out.push(id);
+    });
+}
+
+bool runtimeDirStands()
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    const auto seconds = static_cast<uint64_t>(now.tv_sec);
+    if (gLooked.load(std::memory_order_relaxed) == seconds) {
+        return true;
+    }
+    struct stat here {};
+    struct stat there {};
+    const bool stands = fstat(runtimeDirFd(), &here) == 0 && stat(gPath.data(), &there) == 0 &&
+                        here.st_dev == there.st_dev && here.st_ino == there.st_ino;
+    if (stands) {
+        gLooked.store(seconds, std::memory_order_relaxed);
+    }
+    return stands;
 }
 
 void removeRemains(PeerId id)
@@ -296,6 +348,7 @@ void removeRemains(PeerId id)
         }
     }
     unlinkat(runtimeDirFd(), socketName(id).data(), 0);
+    unlinkat(runtimeDirFd(), draftSocketName(id).data(), 0);
     bumpEdition();
 }
 

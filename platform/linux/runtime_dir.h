@@ -3,7 +3,7 @@
 //   bus/<pid>-<nonce>                       the listening socket of a process
 //   roles/<role>.<stamp>.<pid>-<nonce>      one empty file for each role that a process holds
 //   records/<program>.<pid>.<nonce>         the last-word records of a process
-//   edition                                 a file that grows by a byte after each change of roles/
+//   edition                                 a counter, mapped by every process, of the changes of roles/
 //   features                                features that are switched on, a name a line; the operator's
 //   lock                                    held while a role that only one process may hold is claimed
 //
@@ -40,14 +40,6 @@ struct RoleClaim {
     PeerId holder;
 };
 
-// Counts the changes of roles/ that this process can know of. Two equal ones that are known mean: no change
-// between.
-struct Edition {
-    bool known;
-    uint64_t changes;
-    bool operator==(const Edition &) const = default;
-};
-
 using NameText = std::array<char, 64>;
 using PathText = std::array<char, 96>;
 
@@ -61,19 +53,28 @@ uint32_t randomNonce();
 
 // Names below the directory.
 NameText socketName(PeerId id);
+NameText draftSocketName(PeerId id); // until it listens
 NameText claimName(const RoleClaim &claim);
 
 // The address of a socket below the directory, short however long the directory's own path is.
 bool socketAddress(const NameText &name, PathText &out);
 
-// What the file says now; not known when it is gone.
-Edition readEdition();
+// How often roles/ has changed, while there is a directory: two equal readings mean no change between them.
+// Reading costs no system call.
+uint32_t readEdition();
 
 bool writeClaim(const RoleClaim &claim);
 void removeClaim(const RoleClaim &claim);
 
 // Lists every claim, sorted by role and stamp. False when there is no directory or no memory.
 bool listClaims(Vec<RoleClaim> &out);
+
+// Lists every process that has a socket, or left one. False when there is no directory or no memory.
+bool listSockets(Vec<PeerId> &out);
+
+// Whether the directory is still the one that stands at its path; looked at once a second. When it is not, it
+// was removed and made anew, and this process and the others no longer meet.
+bool runtimeDirStands();
 
 // Removes what a dead process left on the bus.
 void removeRemains(PeerId id);

@@ -14,6 +14,12 @@ namespace {
 constexpr const char *kFile = "qx_zema_cmdagent.cpp";
 constexpr const char *kHlpFile = "qx_hlp_send.cpp";
 
+std::string padded(std::string text)
+{
+    text.resize(ZEMA_CMD_AREA_SIZE, '\0');
+    return text;
+}
+
 class Compilation : public PlatformTest {
 protected:
     uint32_t compile(uint32_t terminal, std::string text)
@@ -23,16 +29,11 @@ protected:
         return QX_ZEMA_Zemacmd_CompileCmd(terminal, text.data(), area.data(), &count);
     }
 
-    static std::string padded(std::string text)
-    {
-        text.resize(ZEMA_CMD_AREA_SIZE, '\0');
-        return text;
-    }
-
     std::string area;
     uint32_t count = 0;
 };
 
+// A formatting step that fails leaves an empty string, and the next string stands behind it.
 TEST_F(Compilation, PutsTheStringsBackToBack)
 {
     struct Row {
@@ -43,8 +44,11 @@ TEST_F(Compilation, PutsTheStringsBackToBack)
         uint32_t count;
         std::string area;
         std::vector<Values> records;
+        uint32_t failing = UINT32_MAX; // of the formatting steps
+        int32_t failure = -1;
     };
     const std::string w244(244, 'w');
+    constexpr uint32_t kMinusOne = UINT32_MAX;
     const Row rows[] = {
         {"a plain command", 3, "fw show all", 0, 5, "3\0Zemacmd\0fw\0show\0all"s, {}},
         {"spaces around and between make no word", 3, "  fw   all ", 0, 4, "3\0Zemacmd\0fw\0all"s, {}},
@@ -54,40 +58,20 @@ TEST_F(Compilation, PutsTheStringsBackToBack)
         {"the last zero at byte 254", 3, w244, 0, 3, "3\0Zemacmd\0"s + w244, {}},
         {"the last zero at byte 255", 3, w244 + "w", 1, 4711, "3\0Zemacmd"s, {{1, 10, 245}}},
         {"the words before stay", 3, "ab " + w244 + w244, 1, 4711, "3\0Zemacmd\0ab"s, {{1, 13, 488}}},
+        {"no terminal", 3, "fw all", 0, 4, "\0Zemacmd\0fw\0all"s, {{1, 0, kMinusOne}}, 1},
+        {"no prefix", 3, "fw all", 0, 4, "3\0\0fw\0all"s, {{1, 2, kMinusOne}}, 2},
+        {"nothing written", 3, "fw all", 0, 4, "3\0Zemacmd\0\0all"s, {{1, 10, 0}}, 3, 0},
+        {"no last word", 3, "fw all", 0, 4, "3\0Zemacmd\0fw"s, {{1, 13, kMinusOne}}, 4},
     };
     for (const Row &row : rows) {
         platform.reset();
+        platform.fail("snprintf_s", row.failing, row.failure);
         EXPECT_EQ(compile(row.terminal, row.text), row.result) << row.reason;
         EXPECT_EQ(count, row.count) << row.reason;
         EXPECT_EQ(area, padded(row.area)) << row.reason;
         EXPECT_TRUE(platform.recorded(kFile, row.records)) << row.reason;
     }
-}
-
-// A formatting step that fails leaves an empty string, and the next string stands behind it.
-TEST_F(Compilation, GoesOnAfterAFailedFormatting)
-{
-    struct Row {
-        uint32_t failing;
-        uint32_t result;
-        std::string area;
-        Values record;
-    };
-    constexpr auto kMinusOne = static_cast<uint32_t>(-1);
-    const Row rows[] = {
-        {1, kMinusOne, "\0Zemacmd\0fw\0all"s, {1, 0, kMinusOne}},
-        {2, kMinusOne, "3\0\0fw\0all"s, {1, 2, kMinusOne}},
-        {3, 0, "3\0Zemacmd\0\0all"s, {1, 10, 0}},
-        {4, kMinusOne, "3\0Zemacmd\0fw"s, {1, 13, kMinusOne}},
-    };
-    for (const Row &row : rows) {
-        platform.reset();
-        platform.fail("snprintf_s", row.failing, static_cast<int32_t>(row.result));
-        EXPECT_EQ(compile(3, "fw all"), 0U) << row.failing;
-        EXPECT_EQ(count, 4U) << row.failing;
-        EXPECT_EQ(area, padded(row.area)) << row.failing;
-        EXPECT_TRUE(platform.recorded(kFile, {row.record})) << row.failing;
-    }
+    EXPECT_EQ(platform.places.size(), 4U) << "a word that does not fit, and three formatting steps";
     platform.reset();
     EXPECT_EQ(compile(3, "fw"), 0U);
     const std::vector<Call> bounds = {
@@ -103,46 +87,43 @@ TEST_F(Compilation, RefusesMissingArguments)
     EXPECT_EQ(QX_ZEMA_Zemacmd_CompileCmd(3, text, nullptr, &count), 1U);
     EXPECT_EQ(QX_ZEMA_Zemacmd_CompileCmd(3, text, area.data(), nullptr), 1U);
     QX_ZEMA_Cmd_Send_Hlp(nullptr, 2);
-    EXPECT_TRUE(platform.journal.empty());
+    EXPECT_EQ(platform.journal.size(), 4U) << "nothing but the records";
     EXPECT_TRUE(platform.recorded(kFile, {{1}, {1}, {1}, {1}}));
+    EXPECT_EQ(platform.places.size(), 2U);
 }
 
 // ---- Dispatch ----
 
 class Dispatch : public PlatformTest {
 protected:
-    static constexpr uint32_t kCallerWord = 0x0003BEEF; // terminal 3
+    static constexpr uint32_t kCallerWord = 0xFFFFBEEF; // terminal 65535
 
     uint32_t command(std::string text) { return QX_ZEMA_RPC_Zemaara(kCallerWord, text.data(), 0, 0, 0); }
 
-    // What leaves the process, in order.
+    // What leaves the process, and what is recorded, in order.
     std::vector<Call> effects() const
     {
         return platform.calls({"QX_CLI_SynPrint", "QX_CLI_AsynPrint", "QX_OS_AddTlvToHlpMsg",
-                               "QX_OS_HLP_Send", "EventCenter_GlobalInvokeEvent2"});
+                               "QX_OS_HLP_Send", "EventCenter_GlobalInvokeEvent2", "record"});
     }
 
-    static std::string message(uint32_t count, std::string strings)
-    {
-        strings.resize(ZEMA_CMD_AREA_SIZE, '\0');
-        return std::string(reinterpret_cast<const char *>(&count), sizeof count) + strings;
-    }
-
-    const std::string fwShowAll = message(5, "3\0Zemacmd\0fw\0show\0all"s);
-    const Call emptyLine = {"QX_CLI_SynPrint", {3}, "\r\n\0"s};
+    static constexpr uint32_t kCount = 5;
+    const std::string fwShowAll = std::string(reinterpret_cast<const char *>(&kCount), sizeof kCount) +
+                                  padded("65535\0Zemacmd\0fw\0show\0all"s);
+    const Call emptyLine = {"QX_CLI_SynPrint", {65535}, "\r\n\0"s};
     const Call item = {"QX_OS_AddTlvToHlpMsg", {2, 260}, fwShowAll};
     const Call send = {"QX_OS_HLP_Send", {0, 0}, {}};
     const Call event = {"EventCenter_GlobalInvokeEvent2", {8853}, fwShowAll};
-    const std::vector<Call> allEffects = {emptyLine, item, send, event};
 };
 
 TEST_F(Dispatch, PrintsThenTellsTheKernelThenEveryProcess)
 {
+    EXPECT_EQ(command("user_flow show ctp 5"), 0U);
+    platform.reset(); // nothing of the longer command may be left
     EXPECT_EQ(command("fw show all"), 0U);
-    EXPECT_EQ(effects(), allEffects);
+    EXPECT_EQ(effects(), (std::vector{emptyLine, item, send, event}));
     EXPECT_EQ(platform.calls({"QX_OS_InitHlpMsg"}),
               (std::vector<Call>{{"QX_OS_InitHlpMsg", {0, 0x2002A002, 0, 0}, {}}}));
-    EXPECT_TRUE(platform.records.empty());
 }
 
 TEST_F(Dispatch, SendsNothingOfWhatItRejects)
@@ -158,18 +139,18 @@ TEST_F(Dispatch, SendsNothingOfWhatItRejects)
         {"only spaces", "  ", {{1, 38, 2}, {0xF7202001, kCallerWord, 0}}},
         {"accepted by its beginning, but too long to compile",
          "user_flow show 1" + std::string(250, ' ') + std::string(250, '2'),
-         {{1, 27, 250}, {1, kCallerWord, 0}}},
+         {{1, 31, 250}, {1, kCallerWord, 0}}},
     };
     for (const Row &row : rows) {
         platform.reset();
         EXPECT_EQ(command(row.text), 0xF7202001U) << row.reason;
-        EXPECT_TRUE(effects().empty()) << row.reason;
+        EXPECT_EQ(effects().size(), row.records.size()) << row.reason;
         EXPECT_TRUE(platform.recorded(kFile, row.records)) << row.reason;
     }
     platform.reset();
     EXPECT_EQ(QX_ZEMA_RPC_Zemaara(kCallerWord, nullptr, 0, 0, 0), 1U) << "no text";
-    EXPECT_TRUE(effects().empty());
-    EXPECT_TRUE(platform.recorded(kFile, {{1}}));
+    EXPECT_EQ(effects(), std::vector{recordOf(kFile, {1})});
+    EXPECT_EQ(platform.places.size(), 6U) << "two of the check, one of the compilation, three of the entry";
 }
 
 TEST_F(Dispatch, NoFailureOfTheSendingStopsWhatFollows)
@@ -178,11 +159,9 @@ TEST_F(Dispatch, NoFailureOfTheSendingStopsWhatFollows)
     platform.fail("QX_OS_HLP_Send", 1, 0xBAD1);
     platform.fail("EventCenter_GlobalInvokeEvent2", 1, 0xBAD2);
     EXPECT_EQ(command("fw show all"), 0U);
-    EXPECT_EQ(effects(), allEffects);
-    ASSERT_EQ(platform.records.size(), 3U);
-    EXPECT_EQ(platform.records[0].file, kHlpFile);
-    platform.records.erase(platform.records.begin());
-    EXPECT_TRUE(platform.recorded(kFile, {{0xBAD1}, {0xBAD2}}));
+    EXPECT_EQ(effects(), (std::vector{emptyLine, item, send, recordOf(kHlpFile, {0xBAD1}),
+                                      recordOf(kFile, {0xBAD1}), event, recordOf(kFile, {0xBAD2})}));
+    EXPECT_EQ(platform.places.size(), 3U);
 }
 
 // ---- HLP messages ----
@@ -219,9 +198,8 @@ TEST_F(Hlp, SendsAValueOfAnyLength)
 {
     for (const uint16_t length : std::initializer_list<uint16_t>{0, 1, 260, 65535}) {
         platform.reset();
-        EXPECT_EQ(send(0x00000105, length), 0U) << length;
-        EXPECT_EQ(platform.journal, wholeSend(0x105, length)) << length;
-        EXPECT_TRUE(platform.records.empty()) << length;
+        EXPECT_EQ(send(0x000001FF, length), 0U) << length;
+        EXPECT_EQ(platform.journal, wholeSend(0x1FF, length)) << length;
     }
 }
 
@@ -231,25 +209,26 @@ TEST_F(Hlp, EveryFailureIsRecordedAndTheBufferGivenBack)
         const char *failing;
         int64_t failure;
         uint32_t result;
-        Values record;
-        std::vector<size_t> steps; // of the whole send
+        uint32_t recorded;
+        std::vector<size_t> steps; // of the whole send; 6 is the record
     };
     const Row rows[] = {
-        {"QX_OS_MemMallocD", 0, 0xF7307002, {0xF7307002}, {0}},
-        {"QX_OS_InitHlpMsg", 0xBAD, 0xF7307001, {0xF7307001}, {0, 1, 2, 5}},
-        {"QX_OS_AddTlvToHlpMsg", 0xBAD, 0, {0xBAD}, {0, 1, 2, 3, 4, 5}},
-        {"QX_OS_HLP_Send", 0xBAD, 0xBAD, {0xBAD}, {0, 1, 2, 3, 4, 5}},
+        {"QX_OS_MemMallocD", 0, 0xF7307002, 0xF7307002, {0, 6}},
+        {"QX_OS_InitHlpMsg", 0xBAD, 0xF7307001, 0xF7307001, {0, 1, 2, 6, 5}},
+        {"QX_OS_AddTlvToHlpMsg", 0xBAD, 0, 0xBAD, {0, 1, 2, 3, 6, 4, 5}},
+        {"QX_OS_HLP_Send", 0xBAD, 0xBAD, 0xBAD, {0, 1, 2, 3, 4, 6, 5}},
     };
     for (const Row &row : rows) {
         platform.reset();
         platform.fail(row.failing, 1, row.failure);
         EXPECT_EQ(send(0x2002A002, 260), row.result) << row.failing;
+        std::vector<Call> all = wholeSend(0x2002A002, 260);
+        all.push_back(recordOf(kHlpFile, {row.recorded}));
         std::vector<Call> expected;
         for (const size_t step : row.steps) {
-            expected.push_back(wholeSend(0x2002A002, 260)[step]);
+            expected.push_back(all[step]);
         }
         EXPECT_EQ(platform.journal, expected) << row.failing;
-        EXPECT_TRUE(platform.recorded(kHlpFile, {row.record})) << row.failing;
     }
     platform.reset();
     platform.fail("QX_OS_AddTlvToHlpMsg", 1, 0xBAD1);
@@ -257,6 +236,7 @@ TEST_F(Hlp, EveryFailureIsRecordedAndTheBufferGivenBack)
     EXPECT_EQ(send(0x2002A002, 4), 0xBAD2U) << "the send's result counts after a failed item";
     EXPECT_EQ(QX_ZEMA_Hlpsnd(nullptr, 0, 0), 0xF7307002U);
     EXPECT_TRUE(platform.recorded(kHlpFile, {{0xBAD1}, {0xBAD2}, {0xF7307002}}));
+    EXPECT_EQ(platform.places.size(), 5U);
 }
 
 } // namespace

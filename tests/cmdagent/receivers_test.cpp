@@ -48,18 +48,26 @@ uint32_t receive(const std::vector<std::string> &strings)
 
 // What the handlers and nodes of the tests did, in order.
 std::vector<std::string> deeds;
-uint32_t handlerResult = 0;
+uint32_t result = 0;             // of all of them
+std::vector<std::string> raised; // by the next of them, before it looks at its own strings
+
+uint32_t act(const std::string &who, uint32_t count, const char *const *strings)
+{
+    if (!raised.empty()) {
+        EXPECT_EQ(receive(std::exchange(raised, {})), 0U);
+    }
+    deeds.push_back(who + words(count, strings));
+    return result;
+}
 
 uint32_t firstHandler(uint32_t count, const char *const *strings)
 {
-    deeds.push_back("first " + words(count, strings));
-    return handlerResult;
+    return act("first ", count, strings);
 }
 
 uint32_t secondHandler(uint32_t count, const char *const *strings)
 {
-    deeds.push_back("second " + words(count, strings));
-    return handlerResult;
+    return act("second ", count, strings);
 }
 
 class Receiver : public PlatformTest {
@@ -67,7 +75,8 @@ protected:
     Receiver()
     {
         deeds.clear();
-        handlerResult = 0;
+        raised.clear();
+        result = 0;
     }
 
     std::vector<std::string> printed(uint32_t terminal) const
@@ -95,11 +104,11 @@ TEST_F(Registry, CallsTheHandlerOfTheThirdString)
     EXPECT_EQ(qx_ker_zema_cmd_reg("fw", firstHandler), 0U);
     EXPECT_EQ(qx_ker_zema_cmd_reg("fw", secondHandler), 0U);
     EXPECT_EQ(qx_ker_zema_cmd_reg("FW", secondHandler), 0U);
+    raised = {"4", "Zemacmd", "FW"};
     EXPECT_EQ(receive(kFw), 0U);
-    EXPECT_EQ(receive({"3", "Zemacmd", "FW"}), 0U);
-    const std::vector<std::string> expected = {"first 3,Zemacmd,fw,show", "second 3,Zemacmd,FW"};
+    const std::vector<std::string> expected = {"second 4,Zemacmd,FW", "first 3,Zemacmd,fw,show"};
     EXPECT_EQ(deeds, expected) << "the first registration of a word stays, and case matters";
-    EXPECT_TRUE(platform.records.empty());
+    EXPECT_TRUE(platform.recorded(kFile, {}));
 
     EXPECT_EQ(qx_ker_zema_cmd_unreg("fw"), 0U);
     EXPECT_EQ(receive(kFw), 0U) << "a word that nobody registered is no failure";
@@ -116,25 +125,22 @@ TEST_F(Registry, StoresTheFirst31Characters)
     EXPECT_EQ(qx_ker_zema_cmd_reg(word.c_str(), firstHandler), 0U);
     EXPECT_EQ(qx_ker_zema_cmd_reg(longest.c_str(), firstHandler), 0U);
     EXPECT_EQ(qx_ker_zema_cmd_reg(longest.c_str(), firstHandler), 0U);
-    EXPECT_EQ(platform.elements.size(), 3U) << "the cut word is not found again, the one that fits is";
     EXPECT_EQ(platform.calls({"ArrayList.add"}).at(0).values.at(0), 32 + sizeof(void *));
     EXPECT_EQ(receive({"3", "Zemacmd", word}), 0U);
     EXPECT_TRUE(deeds.empty());
-    EXPECT_EQ(receive({"3", "Zemacmd", word.substr(0, 31)}), 0U);
+    const std::string cut = word.substr(0, 31);
+    EXPECT_EQ(receive({"3", "Zemacmd", cut}), 0U);
     EXPECT_EQ(receive({"3", "Zemacmd", longest}), 0U);
     EXPECT_EQ(deeds.size(), 2U);
-    EXPECT_EQ(receive({"7", "Zemacmd"}), 0U);
-    const std::string line = word.substr(0, 31) + "\n";
-    EXPECT_EQ(printed(7), (std::vector{line, line, longest + "\n"}));
+    EXPECT_EQ(receive({"65535", "Zemacmd"}), 0U);
+    EXPECT_EQ(printed(65535), (std::vector{cut + "\n", cut + "\n", longest + "\n"}))
+        << "the cut word is not found again, the one that fits is";
     EXPECT_EQ(platform.calls({"snprintf_s"}).at(0), (Call{"snprintf_s", {34, 33}, "%s\n"}));
     EXPECT_EQ(platform.visited.size(), 3U);
-}
-
-TEST_F(Registry, ATerminalThatIsNoNumberCountsAs0)
-{
-    qx_ker_zema_cmd_reg("fw", firstHandler);
+    platform.journal.clear();
+    EXPECT_EQ(qx_ker_zema_cmd_unreg(cut.c_str()), 0U);
     EXPECT_EQ(receive({"x", "Zemacmd"}), 0U);
-    EXPECT_EQ(printed(0), std::vector<std::string>{"fw\n"});
+    EXPECT_EQ(printed(0), (std::vector{cut + "\n", longest + "\n"})) << "a terminal that is no number is 0";
 }
 
 TEST_F(Registry, RecordsEachFailure)
@@ -150,11 +156,16 @@ TEST_F(Registry, RecordsEachFailure)
     static const auto reg = [] { return qx_ker_zema_cmd_reg("mac", firstHandler); };
     static const auto unreg = [] { return qx_ker_zema_cmd_unreg("fw"); };
     static const auto call = [] { return receive(kFw); };
-    static const auto failingCall = [] { return handlerResult = 0xBAD, receive(kFw); };
+    static const auto failingCall = [] { return result = 0xBAD, receive(kFw); };
     static const auto list = [] { return receive({"3", "Zemacmd"}); };
     static const auto hollowList = [] {
         PlatformDouble::instance().visitMissingElement = true;
         return list();
+    };
+    static const auto hollowEntry = [] {
+        std::string &entry = PlatformDouble::instance().elements.begin()->second.front();
+        entry.replace(32, sizeof(void *), sizeof(void *), '\0');
+        return call();
     };
     const Row rows[] = {
         {"no word", "", 0, [] { return qx_ker_zema_cmd_reg(nullptr, firstHandler); }, 1, {{1}}},
@@ -166,6 +177,7 @@ TEST_F(Registry, RecordsEachFailure)
         {"a failed removal", "ArrayList.remove", 0xBAD, unreg, 1, {{1}}},
         {"no list to search", "ArrayList_GetArrayList", 0, call, 1, {{1}}},
         {"the search's result", "ArrayList.find", 0xBAD, call, 0, {{0xBAD}}},
+        {"an entry without a handler", "", 0, hollowEntry, 0, {}},
         {"no list to print", "ArrayList_GetArrayList", 0, list, 1, {{1}}},
         {"a failed iteration, then its receiver", "ArrayList.forEach", 0xBAD, list, 1, {{1}, {1}}},
         {"a line that cannot be formatted fails nothing", "snprintf_s", -1, list, 0, {{1}}},
@@ -175,7 +187,7 @@ TEST_F(Registry, RecordsEachFailure)
     };
     for (const Row &row : rows) {
         platform.reset();
-        handlerResult = 0;
+        result = 0;
         CMDAgent_Init();
         qx_ker_zema_cmd_reg("fw", firstHandler);
         if (*row.failing != '\0') {
@@ -184,11 +196,10 @@ TEST_F(Registry, RecordsEachFailure)
         EXPECT_EQ(row.act(), row.result) << row.reason;
         EXPECT_TRUE(platform.recorded(kFile, row.records)) << row.reason;
     }
+    EXPECT_EQ(platform.places.size(), 10U);
 }
 
 // ---- The command tree ----
-
-uint32_t execResult = 0;
 
 template <char kName>
 void helpOf(uint32_t terminal)
@@ -199,8 +210,7 @@ void helpOf(uint32_t terminal)
 template <char kName>
 uint32_t execOf(uint32_t terminal, uint32_t count, const char *const *arguments)
 {
-    deeds.push_back("exec "s + kName + " " + std::to_string(terminal) + " " + words(count, arguments));
-    return execResult;
+    return act("exec "s + kName + " " + std::to_string(terminal) + " ", count, arguments);
 }
 
 class Tree : public Receiver {
@@ -210,7 +220,6 @@ protected:
     Tree()
     {
         CMDAgent_Reg();
-        execResult = 0;
         Usr_Root.pstChild = &alpha;
     }
     ~Tree() override { Usr_Root.pstChild = nullptr; }
@@ -233,7 +242,7 @@ TEST_F(Tree, AnswersByTheWordsBehindUsr)
         std::vector<std::string> words; // behind 3, Zemacmd
         std::vector<std::string> deeds;
         std::string printed;
-        uint32_t execResult = 0;
+        uint32_t result = 0; // of an exec that raises another command first
     };
     const Row rows[] = {
         {"not for the tree", {"fw", "alpha", "?"}, {}, ""},
@@ -246,8 +255,8 @@ TEST_F(Tree, AnswersByTheWordsBehindUsr)
         {"with another number", {"usr", "beta", "x"}, {}, ""},
         {"a leaf of any number", {"usr", "alpha", "mute", "x", "y", "z"}, {"exec M 3 x,y,z"}, ""},
         {"? among several words is a word", {"usr", "beta", "?", "y"}, {"exec B 3 ?,y"}, ""},
-        {"help after refused words", {"usr", "beta", "x", "y"}, {"exec B 3 x,y", "help B 3"}, "", 5},
-        {"no help to show after them", {"usr", "alpha", "mute", "x"}, {"exec M 3 x"}, "", 5},
+        {"help when refused", {"usr", "beta", "x", "y"}, {"exec M 4 z", "exec B 3 x,y", "help B 3"}, "", 5},
+        {"no help to show after them", {"usr", "alpha", "mute", "x"}, {"exec M 4 z", "exec M 3 x"}, "", 5},
         {"a leaf without exec", {"usr", "bare", "x"}, {}, ""},
         {"a node's help", {"usr", "alpha", "?"}, {"help A 3"}, ""},
         {"a node without help: its children", {"usr", "alpha", "inner", "?"}, {}, innerLine},
@@ -262,7 +271,10 @@ TEST_F(Tree, AnswersByTheWordsBehindUsr)
     for (const Row &row : rows) {
         platform.journal.clear();
         deeds.clear();
-        execResult = row.execResult;
+        result = row.result;
+        if (result != 0) {
+            raised = {"4", "Zemacmd", "usr", "alpha", "mute", "z"};
+        }
         std::vector<std::string> strings = {"3", "Zemacmd"};
         strings.insert(strings.end(), row.words.begin(), row.words.end());
         EXPECT_EQ(receive(strings), 0U) << row.reason;
@@ -270,7 +282,8 @@ TEST_F(Tree, AnswersByTheWordsBehindUsr)
         const auto lines = row.printed.empty() ? std::vector<std::string>() : std::vector{row.printed};
         EXPECT_EQ(printed(3), lines) << row.reason;
     }
-    EXPECT_TRUE(platform.records.empty());
+    EXPECT_TRUE(platform.recorded(kFile, {}));
+    EXPECT_STREQ(Usr_Root.acName, "usr_root");
 }
 
 // 32 strings are the most; a chain of nodes takes all but the last.
@@ -282,17 +295,17 @@ TEST_F(Tree, WalksAsDeepAsAMessageGoes)
     }
     Usr_Root.pstChild = chain.data();
     std::vector<std::string> strings(32, "n");
-    strings[0] = "3";
+    strings[0] = "65535";
     strings[2] = "usr";
     EXPECT_EQ(receive(strings), 0U);
-    EXPECT_EQ(deeds, std::vector<std::string>{"exec N 3 "}) << "the 28th node, without words";
+    EXPECT_EQ(deeds, std::vector<std::string>{"exec N 65535 "}) << "the 28th node, without words";
     strings[31] = "?";
     EXPECT_EQ(receive(strings), 0U);
     std::string listing = "n usr ";
     for (int level = 0; level < 28; ++level) {
         listing += "n ";
     }
-    EXPECT_EQ(printed(3), std::vector{listing + "[n]\n"});
+    EXPECT_EQ(printed(65535), std::vector{listing + "[n]\n"});
 }
 
 TEST_F(Tree, CutsALongListing)
@@ -348,6 +361,7 @@ TEST_F(Hostile, TooManyStringsOrNoMessageAreRefused)
     EXPECT_EQ(deliver(nullptr), (std::vector<uint32_t>{1, 1}));
     EXPECT_TRUE(
         platform.recorded(kFile, {{1, address}, {1, address}, {1, address}, {1, address}, {1, 0}, {1, 0}}));
+    EXPECT_EQ(platform.places.size(), 2U);
     for (uint32_t count : {0U, 1U}) {
         message.ulArgc = count;
         EXPECT_EQ(deliver(&message), (std::vector<uint32_t>{0, 0}))
@@ -398,10 +412,7 @@ TEST_F(Hostile, RandomBytesDoNoHarm)
 
 // ---- Start and stop ----
 
-class Lifecycle : public PlatformTest {
-protected:
-    Lifecycle() { std::fill(std::begin(g_mid_dbg_level), std::end(g_mid_dbg_level), uint8_t{0}); }
-};
+class Lifecycle : public PlatformTest {};
 
 TEST_F(Lifecycle, InitRegistersThenSubscribes)
 {
@@ -428,13 +439,13 @@ TEST_F(Lifecycle, EachFailureIsPassedOn)
         const char *failing;
         uint32_t (*act)();
         std::vector<Values> records;
-        size_t calls;
+        size_t calls; // and records
         bool levelsSet;
     };
     const Row rows[] = {
-        {"QX_MSG_RegOverWriteRpcCalls", CMDAgent_Init, {{0xBAD}}, 2, true},
-        {"EventCenter_SubscribeEvent", CMDAgent_Init, {{0xBAD}}, 3, true},
-        {"EventCenter_RemoveEvent", CMDAgent_UnInit, {{0xBAD}}, 1, false},
+        {"QX_MSG_RegOverWriteRpcCalls", CMDAgent_Init, {{0xBAD}}, 3, true},
+        {"EventCenter_SubscribeEvent", CMDAgent_Init, {{0xBAD}}, 4, true},
+        {"EventCenter_RemoveEvent", CMDAgent_UnInit, {{0xBAD}}, 2, false},
         {"EventCenter_SubscribeEvent", CMDAgent_Reg, {}, 1, false},
     };
     for (const Row &row : rows) {
@@ -448,6 +459,7 @@ TEST_F(Lifecycle, EachFailureIsPassedOn)
                   row.levelsSet ? 4096 : 0)
             << row.failing;
     }
+    EXPECT_EQ(platform.places.size(), 3U);
 }
 
 TEST_F(Lifecycle, UnInitEndsTheDispatchButNotTheTree)

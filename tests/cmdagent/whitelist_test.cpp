@@ -25,8 +25,7 @@ TEST_F(Whitelist, FindsEachRowInItsClassOnly)
         const auto length = static_cast<uint32_t>(text.size());
         platform.reset();
         EXPECT_EQ(QX_ZEMA_Zemacmd_CheckPara(text.c_str(), length, item.ulDbgFlag), 0U) << text;
-        ASSERT_FALSE(platform.records.empty()) << text;
-        EXPECT_EQ(platform.records.back().values, (Values{1, row, length, 0, 0})) << text;
+        EXPECT_EQ(platform.journal.back(), recordOf(kFile, {1, row, length})) << text;
         platform.reset();
         EXPECT_EQ(QX_ZEMA_Zemacmd_CheckPara(text.c_str(), length, 1 - item.ulDbgFlag), 0U) << text;
         EXPECT_TRUE(platform.recorded(kFile, {{1, 38, length, 0, 0}})) << text;
@@ -99,6 +98,7 @@ TEST_F(Whitelist, ChecksTheTextOfARow)
             << row.reason;
         EXPECT_TRUE(platform.recorded(kFile, row.records)) << row.reason;
     }
+    EXPECT_EQ(platform.places.size(), 21U) << "every stop of every check, but for missing arguments";
 }
 
 TEST_F(Whitelist, WritesTheValuesThatWereConverted)
@@ -153,9 +153,14 @@ TEST_F(Whitelist, ChecksSurviveAnyArguments)
     EXPECT_EQ(QX_ZEMA_Zemacmd_CheckRouteShowPara("c", nullptr, 9), 0U);
     EXPECT_EQ(QX_ZEMA_Zemacmd_Check1DigPara("c", "c 5", 3, nullptr), 0U);
     EXPECT_EQ(QX_ZEMA_Zemacmd_Check2DigPara("c", "c 5 5", 5, &first, nullptr), 0U);
-    const std::vector<Values> records = {{1, address, 0}, {1, 0, 7}, {1, 300, 302}, {1, 7, 50}, {1, 0, 0},
-                                         {1, 0, 3},       {1, 0, 3}, {1, 1, 9},     {1, 1, 3},  {1, 1, 5}};
+    platform.fail("QX_OS_IsDigitStr", 0, 2);
+    EXPECT_EQ(QX_ZEMA_Zemacmd_Check1DigPara("c", "c 5", 3, &value), 0U) << "only 1 says digits";
+    EXPECT_EQ(QX_ZEMA_Zemacmd_Check2DigPara("c", "c 5 5", 5, &first, &first), 0U);
+    const std::vector<Values> records = {{1, address, 0}, {1, 0, 7}, {1, 300, 302}, {1, 7, 50},
+                                         {1, 0, 0},       {1, 0, 3}, {1, 0, 3},     {1, 1, 9},
+                                         {1, 1, 3},       {1, 1, 5}, {1, 1, 3},     {1, 1, 5}};
     EXPECT_TRUE(platform.recorded(kFile, records));
+    EXPECT_EQ(platform.places.size(), 9U);
 }
 
 // ---- Random texts against a plain statement of the rules ----

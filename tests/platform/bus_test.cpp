@@ -11,6 +11,7 @@
 #include <memory>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <vector>
 
@@ -38,7 +39,7 @@ uint32_t answer(uint32_t callerWord, char *text, uintptr_t, uintptr_t, uintptr_t
 {
     gSeen->count++;
     gSeen->word = callerWord;
-    strcpy(gSeen->text, text);
+    snprintf(gSeen->text, sizeof gSeen->text, "%s", text);
     text[0] = '#'; // the text is the callee's to change
     return gAnswer;
 }
@@ -107,19 +108,22 @@ TEST_F(Bus, CallOfOwnProcedureIsAPlainCallOnACopy)
     EXPECT_EQ("fw show all", text);
 }
 
-TEST_F(Bus, LatestRegistrationAnswersAndAnEarlierOneAfterItsDeath)
+TEST_F(Bus, EarliestRegistrationAnswersAndTheNextAfterItsDeath)
 {
-    const Child first([] { serveRpc(answer, 1); });
-    Child second([] { serveRpc(answer, 2); });
+    Child first([] { serveRpc(answer, 1); });
+    const Child second([] { serveRpc(answer, 2); });
+    const Child third([] {
+        serveRpc(answer, 4);
+        serveRpc(answer, 3); // replaces the process's own
+    });
     uint32_t result = 0;
     ASSERT_EQ(QX_OK, QxHost_CallRpc(kId, 0, "", &result));
-    EXPECT_EQ(2U, result);
-    second.end(SIGKILL);
-    ASSERT_EQ(QX_OK, QxHost_CallRpc(kId, 0, "", &result));
     EXPECT_EQ(1U, result);
-    const Child third([] { serveRpc(answer, 3); });
+    first.end(SIGKILL);
     ASSERT_EQ(QX_OK, QxHost_CallRpc(kId, 0, "", &result));
-    EXPECT_EQ(3U, result);
+    EXPECT_EQ(2U, result);
+    second.tell(SIGKILL);
+    EXPECT_TRUE(eventually([&] { return QxHost_CallRpc(kId, 0, "", &result) == QX_OK && result == 3; }));
 }
 
 TEST_F(Bus, CallFailsInBoundedTimeAndLeavesTheResultAlone)
@@ -387,6 +391,68 @@ TEST_F(Bus, FlowNamesTheProcessThatHangsAndNoticesItsDeathAtOnce)
     QxHost_FlowClose(flow);
 }
 
+// The callee raises an event, says that it is done, and ends; the receiver works on.
+uint32_t raiseAndEnd(uint32_t, char *, uintptr_t, uintptr_t, uintptr_t)
+{
+    char data[4] = {};
+    EventCenter_GlobalInvokeEvent2(kEvent, data, sizeof data);
+    QxHost_Stop();
+    return 0;
+}
+
+uint32_t workForAWhile(void *)
+{
+    std::this_thread::sleep_for(milliseconds(200));
+    gSeen->count++;
+    return 0;
+}
+
+// It dies without a word, though it raised an event.
+uint32_t raiseAndDie(uint32_t, char *, uintptr_t, uintptr_t, uintptr_t)
+{
+    char data[4] = {};
+    EventCenter_GlobalInvokeEvent2(kEvent, data, sizeof data);
+    eventually([] { return gSeen->count == 1; });
+    raise(SIGKILL);
+    return 0;
+}
+
+TEST_F(Bus, FlowGoesOnAfterTheEndOfTheProcessThatSpreadIt)
+{
+    for (const QxRpcHandler handler : {raiseAndEnd, raiseAndDie}) {
+        seen_->count = 0;
+        const Child receiver([] { EventCenter_SubscribeEvent(kEvent, workForAWhile); });
+        const Child callee([&] { serveRpc(handler, 0); });
+        QxFlow *const flow = QxHost_FlowOpen();
+        const auto start = steady_clock::now();
+        ASSERT_EQ(QX_OK, QxHost_FlowCallRpc(flow, kId, 0, "x"));
+        EXPECT_EQ(QX_OK, QxHost_FlowWait(flow, 10'000));
+        EXPECT_EQ(1U, seen_->count) << "before the receiver was done";
+        EXPECT_LT(steady_clock::now() - start, milliseconds(5000))
+            << "what nobody can announce is not waited for";
+        QxHost_FlowClose(flow);
+    }
+}
+
+uint32_t raiseOften(uint32_t, char *, uintptr_t, uintptr_t, uintptr_t)
+{
+    for (int i = 0; i < 20'000; ++i) {
+        EventCenter_GlobalInvokeEvent2(kEvent, nullptr, 0);
+    }
+    return 0;
+}
+
+TEST_F(Bus, FlowCountsAsMuchAsAHandlerSends)
+{
+    const Child receiver([] { EventCenter_SubscribeEvent(kEvent, countEvent); });
+    const Child callee([] { serveRpc(raiseOften, 0); });
+    QxFlow *const flow = QxHost_FlowOpen();
+    ASSERT_EQ(QX_OK, QxHost_FlowCallRpc(flow, kId, 0, "x"));
+    EXPECT_EQ(QX_OK, QxHost_FlowWait(flow, 60'000));
+    EXPECT_EQ(20'000U, seen_->count);
+    QxHost_FlowClose(flow);
+}
+
 TEST_F(Bus, FlowWithoutAnyoneToGoToSaysSo)
 {
     QxFlow *const flow = QxHost_FlowOpen();
@@ -459,19 +525,25 @@ TEST_F(Bus, FramesThatBreakTheRulesCloseTheirConnectionAndStopNobody)
     close(silent);
 }
 
-TEST_F(Bus, MoreConnectionsThanAProcessTakesStopNobody)
+TEST_F(Bus, WhatWasSentToACrowdedProcessWaitsAndIsNotLost)
 {
-    const Child child([] { serveRpc(answer, 9); });
-    std::vector<int> crowd(700);
+    Child child([] {
+        serveRpc(answer, 9);
+        EventCenter_SubscribeEvent(kEvent, countEvent);
+    });
+    std::vector<int> crowd(560);
     for (int &fd : crowd) {
         fd = rawConnection(dir_);
     }
+    EXPECT_EQ(QX_OK, EventCenter_GlobalInvokeEvent2(kEvent, nullptr, 0));
+    QxHost_SetTimeout(300);
     uint32_t result = 0;
-    EXPECT_NE(QX_ERR_TIMEOUT, QxHost_CallRpc(kId, 0, "x", &result));
+    EXPECT_EQ(QX_ERR_TIMEOUT, QxHost_CallRpc(kId, 0, "x", &result)) << "beyond the limit nobody is served";
     for (const int fd : crowd) {
         close(fd);
     }
     EXPECT_TRUE(eventually([&] { return QxHost_CallRpc(kId, 0, "x", &result) == QX_OK; }));
+    EXPECT_TRUE(eventually([&] { return seen_->byProcess[0] == 1; })) << "the event was taken for delivered";
 }
 
 TEST_F(Bus, AnotherUserIsNotListenedTo)
@@ -524,6 +596,12 @@ TEST_F(Bus, ProcessThatEndsLeavesNothingAndOneThatIsKilledIsCleanedUpByWhoMeetsI
     EXPECT_EQ(QX_ERR_NOBODY, QxHost_CallRpc(kId, 0, "", &result));
     EXPECT_EQ(2U, filesIn(dir_ + "/roles")) << "all that it left, but nothing that is not the bus's";
     EXPECT_EQ(0U, filesIn(dir_ + "/bus"));
+    Child roleless([] { QxHost_Fd(); });
+    roleless.end(SIGKILL);
+    EXPECT_EQ(1U, filesIn(dir_ + "/bus")) << "nobody looks for it";
+    QxHost_Leave();
+    EXPECT_GE(QxHost_Fd(), 0);
+    EXPECT_EQ(1U, filesIn(dir_ + "/bus")) << "but the next one that joins, whose own this is";
 }
 
 TEST_F(Bus, ForkedChildStandsOnItsOwn)
@@ -547,8 +625,70 @@ TEST_F(Bus, ForkedChildStandsOnItsOwn)
     EXPECT_EQ(1U, filesIn(dir_ + "/roles"));
 }
 
+// Calls what a forked child may call, and returns from the handler in the child too.
+uint32_t forkInHandler(uint32_t, char *text, uintptr_t, uintptr_t, uintptr_t)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        gSeen->word = static_cast<uint32_t>(strlen(text)); // still there
+        return 1;
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    return static_cast<uint32_t>(status);
+}
+
+TEST_F(Bus, ChildForkedInAHandlerReturnsFromItAndAnswersNobody)
+{
+    const Child server([] { serveRpc(forkInHandler, 0); });
+    uint32_t result = 99;
+    for (int round = 0; round < 3; ++round) {
+        ASSERT_EQ(QX_OK, QxHost_CallRpc(kId, 0, "text", &result));
+        EXPECT_EQ(0U, result) << "the child's end";
+    }
+    EXPECT_EQ(4U, seen_->word);
+}
+
+TEST_F(Bus, SignalsDoNotStretchTheTimeLimit)
+{
+    Child hung([] {
+        serveRpc(answer, 0);
+        EventCenter_SubscribeEvent(kEvent, countEvent);
+    });
+    hung.tell(SIGSTOP);
+    QxHost_SetTimeout(400);
+    signal(SIGALRM, [](int) {});
+    const itimerval often{.it_interval = {.tv_sec = 0, .tv_usec = 50'000},
+                          .it_value = {.tv_sec = 0, .tv_usec = 50'000}};
+    setitimer(ITIMER_REAL, &often, nullptr);
+    const auto start = steady_clock::now();
+    uint32_t result = 0;
+    EXPECT_EQ(QX_ERR_TIMEOUT, QxHost_CallRpc(kId, 0, "x", &result));
+    std::vector<char> data(60'000);
+    uint32_t raised = QX_OK;
+    for (int i = 0; raised == QX_OK && i < 100; ++i) {
+        raised = EventCenter_GlobalInvokeEvent2(kEvent, data.data(), 60'000);
+    }
+    EXPECT_EQ(QX_ERR_TIMEOUT, raised);
+    EXPECT_LT(steady_clock::now() - start, milliseconds(2500));
+    const itimerval never{};
+    setitimer(ITIMER_REAL, &never, nullptr);
+}
+
+TEST_F(Bus, DirectoryMadeAnewIsNoticed)
+{
+    ASSERT_EQ(QX_OK, EventCenter_SubscribeEvent(kEvent, countEvent));
+    fs::remove_all(dir_);
+    fs::create_directory(dir_);
+    fs::permissions(dir_, fs::perms::owner_all);
+    EXPECT_TRUE(
+        eventually([] { return EventCenter_GlobalInvokeEvent2(kEvent, nullptr, 0) == QX_ERR_RUNTIME_DIR; }));
+}
+
 TEST_F(Bus, DispatchTellsWhyItEnds)
 {
+    QxHost_Stop();
+    EXPECT_EQ(QX_ERR_STOPPED, QxHost_Dispatch(-1)) << "asked for before the bus was joined";
     EXPECT_EQ(QX_ERR_TIMEOUT, QxHost_Dispatch(0));
     QxHost_Stop();
     EXPECT_EQ(QX_ERR_STOPPED, QxHost_Dispatch(-1));
@@ -607,6 +747,7 @@ TEST_F(Bus, EightThreadsAskAtOnce)
 {
     const Child child([] { serveRpc(answer, 9); });
     std::vector<std::thread> threads;
+    threads.reserve(8);
     std::atomic<uint32_t> good{0};
     for (int i = 0; i < 8; ++i) {
         threads.emplace_back([&] {
@@ -664,7 +805,10 @@ TEST_F(Bus, RecordsOutliveTheirProcessAndTheRingKeepsTheLatest)
 TEST_F(Bus, RecordFilesOfDeadProcessesDoNotPileUp)
 {
     for (int i = 0; i < 40; ++i) {
-        Child child([] { QX_PROC_DBG_LastWord("x.cpp", 1, 1, 0, 0, 0, 0); });
+        Child child([] {
+            QxHost_Fd();
+            QX_PROC_DBG_LastWord("x.cpp", 1, 1, 0, 0, 0, 0);
+        });
         child.end(SIGKILL);
     }
     EXPECT_LE(filesIn(dir_ + "/records"), 33U);

@@ -145,7 +145,7 @@ TEST(CmdEscape, LeavesPlainNamesReadable)
         Row{"a device name", "br-lan_0.100:1@eth2", "br-lan_0.100:1@eth2"},
         Row{"a path", "/var/a+b,c%d", "/var/a+b,c%d"},
         Row{"at the head of a line it would set a variable", "A=b", "A\\=b"},
-        Row{"a pipe to the oldest shells", "a^b", "a\\^b"},
+        Row{"what only other shells than this machine's look at", "{a,b}^[", "\\{a,b\\}\\^\\["},
         Row{"no text", "", ""},
         Row{"a newline has no escape", "\n", ""},
     };

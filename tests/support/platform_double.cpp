@@ -9,10 +9,17 @@
 
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <deque>
 
 namespace zema::test {
+
+Call recordOf(const std::string &file, const Values &values)
+{
+    return {"record", {values.begin(), values.end()}, file};
+}
 
 PlatformDouble &PlatformDouble::instance()
 {
@@ -27,7 +34,6 @@ void PlatformDouble::reset()
     visitMissingElement = false;
     recordCount = 0;
     journal.clear();
-    records.clear();
     rpcRows.clear();
     blocks.clear();
     visited.clear();
@@ -68,15 +74,15 @@ testing::AssertionResult PlatformDouble::recorded(std::string_view file,
                                                   const std::vector<Values> &expected) const
 {
     std::vector<Values> actual;
-    for (const Record &record : records) {
-        if (record.file != file || record.line == 0) {
-            return testing::AssertionFailure() << "recorded under " << record.file << ":" << record.line;
+    for (const Call &record : calls({"record"})) {
+        if (record.bytes != file || places.contains({record.bytes, 0})) {
+            return testing::AssertionFailure() << "recorded under " << record.bytes;
         }
-        actual.push_back(record.values);
-        for (size_t i = 0; i < record.values.size() && actual.size() <= expected.size(); ++i) {
-            if (expected[actual.size() - 1][i] == kSomeAddress && record.values[i] != 0) {
-                actual.back()[i] = kSomeAddress;
-            }
+        Values &values = actual.emplace_back();
+        for (size_t i = 0; i < values.size(); ++i) {
+            const bool anyAddress = actual.size() <= expected.size() && record.values[i] != 0 &&
+                                    expected[actual.size() - 1][i] == kSomeAddress;
+            values[i] = anyAddress ? kSomeAddress : static_cast<uint32_t>(record.values[i]);
         }
     }
     if (actual != expected) {
@@ -108,12 +114,13 @@ std::optional<int64_t> PlatformDouble::enter(Call call)
     return result;
 }
 
-void PlatformDouble::note(Record record)
+void PlatformDouble::note(const std::string &file, uint32_t line, const Values &values)
 {
     const std::scoped_lock guard(lock);
     ++recordCount;
     if (watching) {
-        records.push_back(std::move(record));
+        journal.push_back(recordOf(file, values));
+        places.emplace(file, line);
     }
 }
 
@@ -149,9 +156,6 @@ std::string bytesAt(const void *bytes, size_t size)
 template <typename Action>
 auto watched(Call call, Action action) -> decltype(action())
 {
-    if (!platform().watching) {
-        return action();
-    }
     const std::optional<int64_t> failure = platform().enter(std::move(call));
     if (!failure) {
         return action();
@@ -165,10 +169,10 @@ auto watched(Call call, Action action) -> decltype(action())
 
 // ---- A list of elements in order, as the platform's ----
 
-uint32_t findElement(ArrayList * /*list*/, ArrayListCompare compare, const void *key, void *out)
+uint32_t findElement(ArrayList *list, ArrayListCompare compare, const void *key, void *out)
 {
     return watched({"ArrayList.find", {}, static_cast<const char *>(key)}, [&]() -> uint32_t {
-        for (const std::string &element : platform().elements) {
+        for (const std::string &element : platform().elements[list]) {
             if (compare(element.data(), key) == 0) {
                 std::memcpy(out, element.data(), element.size());
                 return 0;
@@ -178,33 +182,37 @@ uint32_t findElement(ArrayList * /*list*/, ArrayListCompare compare, const void 
     });
 }
 
-uint32_t addElement(ArrayList * /*list*/, const void *element, uint32_t size)
+uint32_t addElement(ArrayList *list, const void *element, uint32_t size)
 {
     return watched({"ArrayList.add", {size}, bytesAt(element, size)}, [&]() -> uint32_t {
-        platform().elements.push_back(bytesAt(element, size));
+        platform().elements[list].push_back(bytesAt(element, size));
         return 0;
     });
 }
 
-uint32_t removeElement(ArrayList * /*list*/, ArrayListCompare compare, const void *key)
+uint32_t removeElement(ArrayList *list, ArrayListCompare compare, const void *key)
 {
     return watched({"ArrayList.remove", {}, static_cast<const char *>(key)}, [&]() -> uint32_t {
-        return std::erase_if(platform().elements,
-                             [&](const std::string &element) { return compare(element.data(), key) == 0; }) >
-                       0
-                   ? 0
-                   : QX_ERR_NOT_FOUND;
+        auto &elements = platform().elements[list];
+        const auto found = std::find_if(elements.begin(), elements.end(), [&](const std::string &element) {
+            return compare(element.data(), key) == 0;
+        });
+        if (found == elements.end()) {
+            return QX_ERR_NOT_FOUND;
+        }
+        elements.erase(found);
+        return 0;
     });
 }
 
-uint32_t visitElements(ArrayList * /*list*/, ArrayListVisitor visitor, void *context)
+uint32_t visitElements(ArrayList *list, ArrayListVisitor visitor, void *context)
 {
     return watched({"ArrayList.forEach", {}, {}}, [&]() -> uint32_t {
         uint32_t visited = 0;
         if (platform().visitMissingElement && visitor(nullptr, &visited, context) != 0) {
             return 1;
         }
-        for (std::string element : std::vector(platform().elements)) {
+        for (std::string element : std::vector(platform().elements[list])) {
             visited = 0;
             if (visitor(element.data(), &visited, context) != 0) {
                 return 1;
@@ -217,7 +225,7 @@ uint32_t visitElements(ArrayList * /*list*/, ArrayListVisitor visitor, void *con
     });
 }
 
-ArrayList theList = {
+constexpr ArrayList kList = {
     .pfnFind = findElement, .pfnAdd = addElement, .pfnRemove = removeElement, .pfnForEach = visitElements};
 
 } // namespace
@@ -227,7 +235,7 @@ ArrayList theList = {
 uint32_t QX_PROC_DBG_LastWord(const char *file, uint32_t line, uint32_t value1, uint32_t value2,
                               uint32_t value3, uint32_t value4, uint32_t value5)
 {
-    platform().note({file, line, {value1, value2, value3, value4, value5}});
+    platform().note(file, line, {value1, value2, value3, value4, value5});
     return 0;
 }
 
@@ -277,9 +285,11 @@ uint32_t EventCenter_GlobalInvokeEvent2(uint32_t event, void *data, uint32_t siz
     return watched({"EventCenter_GlobalInvokeEvent2", {event}, bytesAt(data, size)}, [] { return 0U; });
 }
 
-ArrayList *ArrayList_GetArrayList(ArrayList ** /*holder*/)
+ArrayList *ArrayList_GetArrayList(ArrayList **holder)
 {
-    return watched({"ArrayList_GetArrayList", {}, {}}, [] { return &theList; });
+    static std::deque<ArrayList> lists;
+    return watched({"ArrayList_GetArrayList", {}, {}},
+                   [&] { return *holder = *holder == nullptr ? &lists.emplace_back(kList) : *holder; });
 }
 
 // ---- Memory, texts, HLP messages: the real ones, watched ----
@@ -316,18 +326,6 @@ int32_t memset_s(void *dst, size_t dstSize, int32_t value, size_t count)
                    [&] { return real<memset_s>("memset_s")(dst, dstSize, value, count); });
 }
 
-int32_t memcpy_s(void *dst, size_t dstSize, const void *src, size_t count)
-{
-    return watched({"memcpy_s", {dstSize, count}, {}},
-                   [&] { return real<memcpy_s>("memcpy_s")(dst, dstSize, src, count); });
-}
-
-int32_t strncpy_s(char *dst, size_t dstSize, const char *src, size_t count)
-{
-    return watched({"strncpy_s", {dstSize, count}, {}},
-                   [&] { return real<strncpy_s>("strncpy_s")(dst, dstSize, src, count); });
-}
-
 int32_t snprintf_s(char *dst, size_t dstSize, size_t count, const char *format, ...)
 {
     va_list arguments;
@@ -350,10 +348,10 @@ int32_t QX_OS_Snprintf_S(char *dst, size_t dstSize, size_t count, const char *fo
     return written;
 }
 
-uint32_t QX_OS_UInt32ToStr_S(uint32_t value, char *out, uint32_t size)
+uint32_t QX_OS_IsDigitStr(const char *text)
 {
-    return watched({"QX_OS_UInt32ToStr_S", {value, size}, {}},
-                   [&] { return real<QX_OS_UInt32ToStr_S>("QX_OS_UInt32ToStr_S")(value, out, size); });
+    return watched({"QX_OS_IsDigitStr", {}, text},
+                   [&] { return real<QX_OS_IsDigitStr>("QX_OS_IsDigitStr")(text); });
 }
 
 uint32_t QX_OS_InitHlpMsg(void *message, uint32_t zero, uint32_t type, uint32_t para1, uint32_t para2)

@@ -24,12 +24,6 @@ using Values = std::array<uint32_t, 5>;
 // Stands for a recorded value that the test cannot know (an address), but for 0.
 inline constexpr uint32_t kSomeAddress = 0xABCDABCD;
 
-struct Record {
-    std::string file;
-    uint32_t line;
-    Values values;
-};
-
 struct Call {
     std::string function;
     std::vector<uint64_t> values; // the arguments that are numbers, in order
@@ -38,11 +32,14 @@ struct Call {
     bool operator==(const Call &) const = default;
 };
 
+// How the journal keeps a record.
+Call recordOf(const std::string &file, const Values &values);
+
 class PlatformDouble {
 public:
     static PlatformDouble &instance();
 
-    // Forgets all calls, records, failures, subscriptions and list elements.
+    // Forgets all calls, records, failures, subscriptions and list elements, but no place.
     void reset();
 
     // Makes the nth call from now on (1 is the next one, 0 every one) of a function yield a result (a null
@@ -52,9 +49,9 @@ public:
     // While off, calls are neither kept nor failed and records only counted: for many thousand calls.
     bool watching = true;
 
-    std::vector<Call> journal;
-    std::vector<Record> records;
+    std::vector<Call> journal; // the records too, among the calls
     size_t recordCount = 0;
+    std::set<std::pair<std::string, uint32_t>> places; // that recorded: a file and a line
     std::vector<QxRpcRow> rpcRows;
     std::set<void *> blocks;          // of the allocator, not yet given back
     std::vector<std::string> visited; // elements that a list's visitor marked as visited
@@ -71,11 +68,11 @@ public:
 
     // For the functions that the double defines.
     std::optional<int64_t> enter(Call call);
-    void note(Record record);
+    void note(const std::string &file, uint32_t line, const Values &values);
 
     std::mutex lock;
     std::vector<std::pair<uint32_t, uint32_t (*)(void *)>> subscriptions;
-    std::vector<std::string> elements;
+    std::map<const ArrayList *, std::vector<std::string>> elements;
 
 private:
     struct Failure {
@@ -87,7 +84,11 @@ private:
 
 class PlatformTest : public testing::Test {
 protected:
-    PlatformTest() { platform.reset(); }
+    PlatformTest()
+    {
+        platform.reset();
+        platform.places.clear();
+    }
     // The allocator's balance holds after every test.
     ~PlatformTest() override { EXPECT_TRUE(platform.blocks.empty()) << "a block was not given back"; }
 

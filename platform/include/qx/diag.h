@@ -1,10 +1,10 @@
 /*
  * Diagnostics: last-word records and trace lines.
  *
- * Records go to a ring in a file of the runtime directory, one file a process, written without allocation or
- * lock and readable after the process died (QxHost_ReadRecords). With ZEMA_DIAG=stderr in the environment,
- * records and trace lines are also printed on standard error. Both functions may be called from any thread; a
- * caller need not look at their results.
+ * Records go to a ring in a file of the runtime directory, one file a process, written without allocation
+ * and, but for the first of a process, which makes the file, without a lock; readable after the process died
+ * (QxHost_ReadRecords). With ZEMA_DIAG=stderr in the environment, records and trace lines are also printed on
+ * standard error. Both functions may be called from any thread; a caller need not look at their results.
  */
 #ifndef QX_DIAG_H
 #define QX_DIAG_H

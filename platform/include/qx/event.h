@@ -23,7 +23,8 @@ QX_API uint32_t EventCenter_RemoveEvent(uint32_t event, QxEventHandler handler);
  * Hands size bytes of data to every process that subscribed to the event, then calls this process's own
  * subscribers on the calling thread. Does not wait for the other processes to handle it. 0 when every live
  * subscriber's process has it, also when there is none; otherwise the result of the last one that could not
- * be reached, after all others were tried: QX_ERR_TIMEOUT, QX_ERR_TOO_LARGE, QX_ERR_NO_MEMORY. Any thread.
+ * be reached, after all others were tried: QX_ERR_TIMEOUT, QX_ERR_TOO_LARGE, QX_ERR_PEER_GONE,
+ * QX_ERR_NO_MEMORY, QX_ERR_RUNTIME_DIR. Any thread.
  */
 QX_API uint32_t EventCenter_GlobalInvokeEvent2(uint32_t event, void *data, uint32_t size);
 

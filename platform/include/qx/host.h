@@ -7,7 +7,8 @@
  * the same user, or of root, are listened to. A process that dies is noticed at once; one that hangs costs
  * its callers at most the time set with QxHost_SetTimeout.
  *
- * A child made by fork starts without registrations and joins the bus anew when it first uses it.
+ * A child made by fork starts without registrations and joins the bus anew when it first uses it; one that
+ * was forked inside a handler may return from it, and the dispatch then ends with QX_ERR_STOPPED.
  */
 #ifndef QX_HOST_H
 #define QX_HOST_H
@@ -36,7 +37,9 @@ QX_API void QxHost_Stop(void);
 QX_API int32_t QxHost_Fd(void);
 
 /* Leaves the bus: gives up all roles, closes all descriptors, removes what stands in the runtime directory
- * but for the records. The end of the process does the same. 0, or QX_ERR_BUSY from inside a handler. */
+ * but for the records; the members of open flows count as dead. The end of the process does the same. No
+ * other thread uses the platform meanwhile. 0, or QX_ERR_BUSY from inside a handler or while another thread
+ * dispatches. */
 QX_API uint32_t QxHost_Leave(void);
 
 /* How long a call waits for a hung process, in milliseconds; 5000 until set, 0 sets it back. Applies to
@@ -75,8 +78,8 @@ QX_API uint32_t QxHost_ServeKernel(QxKernelHandler handler, void *context);
 
 /*
  * Calls the remote procedure and waits for its result; a procedure of this process is a plain call. 0 and the
- * handler's result in *result; QX_ERR, QX_ERR_NOBODY, QX_ERR_PEER_GONE, QX_ERR_TIMEOUT, QX_ERR_TOO_LARGE, and
- * *result untouched. Any thread.
+ * handler's result in *result; QX_ERR, QX_ERR_NOBODY, QX_ERR_PEER_GONE, QX_ERR_TIMEOUT, QX_ERR_TOO_LARGE,
+ * QX_ERR_NO_MEMORY, QX_ERR_RUNTIME_DIR, and *result untouched. Any thread.
  */
 QX_API uint32_t QxHost_CallRpc(uint32_t id, uint32_t callerWord, const char *text, uint32_t *result);
 

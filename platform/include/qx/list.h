@@ -15,7 +15,7 @@ QX_BEGIN_DECLS
 
 typedef struct ArrayList ArrayList;
 
-/* 0 when the element is the one that the key names. */
+/* 0 when the element is the one that the key names. Called with the list locked: it must not use the list. */
 typedef uint32_t (*ArrayListCompare)(const void *element, const void *key);
 
 /* 0 when the visit succeeded; the first other result ends the iteration and becomes its result. The element
@@ -31,7 +31,8 @@ struct ArrayList {
     uint32_t (*pfnAdd)(ArrayList *list, const void *element, uint32_t size);
     /* Removes the first element that compare accepts for key. 0, or QX_ERR_NOT_FOUND. */
     uint32_t (*pfnRemove)(ArrayList *list, ArrayListCompare compare, const void *key);
-    /* Visits the elements in the order of their addition. 0, or the first nonzero result of the visitor. */
+    /* Visits the elements in the order of their addition. 0, the first nonzero result of the visitor, or
+     * QX_ERR_NO_MEMORY when there is none for the copies of elements above 256 bytes. */
     uint32_t (*pfnForEach)(ArrayList *list, ArrayListVisitor visitor, void *context);
 };
 

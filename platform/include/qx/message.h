@@ -22,10 +22,11 @@ typedef struct QxRpcRow {
 
 /*
  * Registers the rows up to the one with identifier QX_RPC_END_OF_TABLE; the rows are copied. A row replaces
- * any earlier registration of its identifier: in this process at once, and among processes the latest
- * registration answers, an earlier one again when the latest is gone. A row whose handler is null withdraws
- * this process's registration. 0 when all rows stand; otherwise none of them does, and the result tells why
- * (QX_ERR, QX_ERR_NO_MEMORY, QX_ERR_RUNTIME_DIR). Any thread.
+ * this process's earlier registration of its identifier at once; a row whose handler is null withdraws it. Of
+ * several processes that register one identifier, the earliest that lives answers: a module that is restarted
+ * does not take over from the main process, and a main process that died is stood in for. 0 when all rows
+ * stand; otherwise none of them does, and the result tells why (QX_ERR, QX_ERR_NO_MEMORY,
+ * QX_ERR_RUNTIME_DIR). Any thread.
  */
 QX_API uint32_t QX_MSG_RegOverWriteRpcCalls(const QxRpcRow *rows);
 

@@ -59,8 +59,13 @@ QX_API const char *QX_OS_InetNtop(int32_t family, const void *address, char *out
 QX_API uint32_t QX_OS_StrToIpAddr(const char *text, uint32_t *out);
 QX_API uint32_t QX_OS_IpAddrToStr(uint32_t address, char *out, uint32_t size);
 
-/* Puts a backslash before every byte that the shell could take as more than itself. out needs twice the
- * text's length and one byte. A result that does not fit size: nonzero and the empty text. */
+/*
+ * Puts a backslash before every byte that the shell could take as more than itself: all but ASCII letters,
+ * digits and "%+,-./:@_". The shell reads the result, as an unquoted word, as the text without its newlines:
+ * no backslash keeps one, so they are left out. The empty text stays empty, which is no word. out is not text
+ * itself and needs twice the text's length and one byte. A result that does not fit size: nonzero and the
+ * empty text.
+ */
 QX_API uint32_t QX_OS_CmdEscape(const char *text, char *out, uint32_t size);
 
 QX_END_DECLS

@@ -1,0 +1,101 @@
+#include "platform/linux/frame_io.h"
+
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <ctime>
+#include <poll.h>
+#include <sys/socket.h>
+
+namespace qx {
+namespace {
+
+// Below this size, copying a payload behind its header costs less than telling the kernel of two pieces.
+constexpr size_t kSmallFrame = 512;
+
+uint64_t coarseMs()
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return static_cast<uint64_t>(now.tv_sec) * 1000U + static_cast<uint64_t>(now.tv_nsec) / 1'000'000U;
+}
+
+bool waitFor(int fd, short events, const Deadline &deadline)
+{
+    pollfd socket{.fd = fd, .events = events, .revents = 0};
+    int ready = 0;
+    do {
+        ready = poll(&socket, 1, deadline.remainingMs());
+    } while (ready < 0 && errno == EINTR && !deadline.passed());
+    return ready > 0;
+}
+
+ssize_t sendSmall(int fd, FrameHeader &header, Payload payload, int flags)
+{
+    std::array<std::byte, kSmallFrame> bytes;
+    std::memcpy(bytes.data(), &header, sizeof header);
+    std::copy(payload.begin(), payload.end(), bytes.begin() + sizeof header);
+    return send(fd, bytes.data(), sizeof header + payload.size(), flags | MSG_NOSIGNAL);
+}
+
+ssize_t sendLarge(int fd, FrameHeader &header, Payload payload, int flags)
+{
+    std::array<iovec, 2> parts{{
+        {.iov_base = &header, .iov_len = sizeof header},
+        {.iov_base = const_cast<std::byte *>(payload.data()), .iov_len = payload.size()},
+    }};
+    msghdr message{};
+    message.msg_iov = parts.data();
+    message.msg_iovlen = parts.size();
+    return sendmsg(fd, &message, flags | MSG_NOSIGNAL);
+}
+
+} // namespace
+
+Deadline::Deadline(uint32_t milliseconds) : endMs_(coarseMs() + milliseconds) {}
+
+int Deadline::remainingMs() const
+{
+    const uint64_t now = coarseMs();
+    return now >= endMs_ ? 0 : static_cast<int>(std::min<uint64_t>(endMs_ - now, INT_MAX));
+}
+
+// The first try waits as long as the socket's own limit lets it. A signal would start that limit anew each
+// time, so what is left after one is waited for by the deadline.
+int sendFrame(int fd, FrameHeader header, Payload payload, bool waits, const Deadline &deadline)
+{
+    header.length = static_cast<uint32_t>(payload.size());
+    const auto sendOnce = sizeof header + payload.size() <= kSmallFrame ? sendSmall : sendLarge;
+    ssize_t sent = sendOnce(fd, header, payload, waits ? 0 : MSG_DONTWAIT);
+    bool interrupted = false;
+    while (sent < 0 && (errno == EINTR || (interrupted && errno == EAGAIN))) {
+        interrupted = true;
+        if (!waitFor(fd, POLLOUT, deadline)) {
+            return EAGAIN;
+        }
+        sent = sendOnce(fd, header, payload, MSG_DONTWAIT);
+    }
+    return sent < 0 ? errno : 0;
+}
+
+int receiveHeader(int fd, FrameHeader &header, const Deadline &deadline)
+{
+    ssize_t got = recv(fd, &header, sizeof header, MSG_TRUNC);
+    bool interrupted = false;
+    while (got < 0 && (errno == EINTR || (interrupted && errno == EAGAIN))) {
+        interrupted = true;
+        if (!waitFor(fd, POLLIN, deadline)) {
+            return EAGAIN;
+        }
+        got = recv(fd, &header, sizeof header, MSG_TRUNC | MSG_DONTWAIT);
+    }
+    if (got < 0) {
+        return errno;
+    }
+    if (got == 0) {
+        return EPIPE;
+    }
+    return static_cast<size_t>(got) == sizeof header && isWhole(header, sizeof header) ? 0 : EPROTO;
+}
+
+} // namespace qx

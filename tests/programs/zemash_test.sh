@@ -1,0 +1,137 @@
+#!/usr/bin/env bash
+# The console as a script sees it: zemash_test.sh BINDIR [EMULATOR...]. Needs jq. Runs all rows and names those that fail.
+set -uo pipefail
+
+bin=$1
+emulator=("${@:2}")
+scratch=$(mktemp -d)
+export ZEMA_RUNTIME_DIR=$scratch/run
+pids=()
+failures=0
+
+end_all() {
+    [ ${#pids[@]} -eq 0 ] || kill -KILL "${pids[@]}" 2>/dev/null
+    wait 2>/dev/null
+    rm -rf "$scratch"
+}
+trap end_all EXIT
+
+zemash() { "${emulator[@]}" "$bin/zemash" "$@"; }
+
+# start OUTPUT PROGRAM [ARGUMENT]...: in the background; its process is the last of $pids.
+start() {
+    : >"$scratch/$1"
+    "${emulator[@]}" "$bin/$2" "${@:3}" >"$scratch/$1" 2>"$scratch/err" &
+    pids+=($!)
+}
+
+start_service() {
+    start ready "$@"
+    eventually grep -qa ready "$scratch/ready"
+}
+
+eventually() {
+    local end=$((SECONDS + 20))
+    until "$@"; do
+        [ "$SECONDS" -lt "$end" ] || return 1
+        sleep 0.02
+    done
+}
+
+# expect REASON COMMAND...: counts a failure when the command fails.
+expect() {
+    local reason=$1
+    shift
+    "$@" && return
+    echo "FAILED: $reason: $*"
+    echo "  standard output: $(tail -c 500 "$scratch/out" | cat -v)"
+    echo "  standard error: $(tail -c 500 "$scratch/err" | cat -v)"
+    failures=$((failures + 1))
+}
+
+# row REASON STATUS PATTERN ARGUMENT...: runs zemash and expects its exit status, and the pattern in what it says.
+row() {
+    local reason=$1 wanted=$2 pattern=$3 status=0
+    shift 3
+    zemash "$@" >"$scratch/out" 2>"$scratch/err" </dev/null || status=$?
+    expect "$reason" test "$status" -eq "$wanted"
+    expect "$reason" grep -qaE -- "$pattern" "$scratch/out" "$scratch/err"
+}
+
+json() { jq -es "any(.[]; $1)" "$scratch/out" >/dev/null 2>&1; }
+takes_less_than() { [ $(($(date +%s%N) / 1000000 - started)) -lt "$1" ]; }
+
+row "a terminal beyond the last" 2 'takes a number' -t 65535 words
+row "a terminal that is no number" 2 'takes a number' -t 3x words
+row "an unknown word" 2 'unknown word' wrods
+row "an unknown option" 2 'wrong option' -q
+row "two verbs" 2 'exclude' -c 'fw show all' words
+row "json without a command" 2 'goes with' --json
+row "following what has no end" 2 'goes with' -f words
+row "words with words" 2 'takes no words' words fw
+row "the manual" 0 'Exit status' --help
+row "more strings than receivers take" 2 'do not fit' usr $(seq 40)
+row "nobody there" 3 'nobody there' -c 'fw show all'
+row "nobody there for an event" 3 'nobody there' words
+
+hostile=$'m\x1b]\xff"'
+start_service zemad
+start_service forwarding_module --name "$hostile" --words fw,usr
+module=${pids[-1]}
+
+row "an answer" 0 'queries' -t 3 -c 'fw show all'
+expect "no control character of a process reaches the terminal" grep -qaF 'm\x1b]\xff"' "$scratch/out"
+expect "and no zero byte" test "$(tr -d '\0\33' <"$scratch/out" | wc -c)" -eq "$(wc -c <"$scratch/out")"
+row "a debug command at the display entry" 1 'a debug command' -c 'cpu dbg on'
+row "a display command at the debug entry" 1 'a display command' -d -c 'fw show all'
+row "a parameter out of range" 1 'from 1 to 16' -d -c 'vbr-fw clean vbr-id 17'
+row "a space too many" 1 'not even a space' -c 'fw show all '
+row "an unknown command" 1 'no such command' -c 'fx'
+row "an empty command" 1 'no such command' -c ''
+row "a word that nobody registered" 3 "no answer.*$module" -c 'wan show layer all'
+row "registered words" 0 '^fw$' words
+row "a tree walk" 0 '\[wan\]' usr
+row "an option behind usr is a word" 3 'no answer' usr wan mtu -c fw
+row "an accepted command as an object" 0 . -t 7 --json -c 'fw show stats'
+expect "its fields" json '[.command, .terminal, .entry, .result, .exit] == ["fw show stats", 7, "display", 0, 0]'
+expect "the module's answer, whatever its bytes" \
+    json ".answers[] | .pid == $module and .state == \"done\" and (.text | startswith(\"m\\u001b]\\ufffd\"))"
+expect "all that was printed" json '.output | startswith("\r\nm")'
+row "a refused one" 1 . --json -d -c 'dbg 0 5'
+expect "its result" json '[.entry, .result, .exit, .answers[0].text] == ["debug", 4146077697, 1, ""]'
+row "words as an object" 0 . words --json
+expect "without a result" json '[.command, .entry, .result] == ["words", "words", null]'
+row "records as objects" 0 . records --json
+expect "the rejection" json '.values == [1, 3, 1, 0, 5] and .alive and .file == "qx_zema_cmdagent.cpp"'
+
+printf 'fw show all\r\n\ncpu dbg on\nenable\ndbg 1 -1\nquit\nwords\n' | zemash >"$scratch/out" 2>"$scratch/err"
+expect "a pipe: the last command's status" test "$?" -eq 1
+expect "a pipe: no prompt, and quit ends it" test "$(grep -c 'zema:\|^fw$' "$scratch/out")" -eq 0
+expect "a pipe: each line a command" test "$(grep -c 'refused' "$scratch/err")" -eq 2
+printf 'cpu dbg on\nfw show all' | zemash >"$scratch/out" 2>"$scratch/err"
+expect "a pipe: the last line needs no end" test "$?" -eq 0
+
+start followed zemash records -f
+eventually grep -q ' 1 3 1 0 5$' "$scratch/followed"
+row "a new record" 1 refused -d -c 'dbg 0 77'
+expect "is followed" eventually grep -q ' 1 3 1 0 77$' "$scratch/followed"
+expect "and no record is shown twice" test "$(grep -c ' 1 3 1 0 5$' "$scratch/followed")" -eq 1
+kill "${pids[-1]}"
+
+kill -STOP "$module"
+eventually grep -q '^State:[[:space:]]*T' "/proc/$module/status"
+started=$(($(date +%s%N) / 1000000))
+row "a process that hangs is named" 3 "pid $module\) did not finish within 300 ms" --wait 300 -c 'fw show all'
+expect "after the time set, not after another" takes_less_than 2000
+start out zemash -t 9 --wait 60000 -c 'fw show all'
+has_role() { compgen -G "$ZEMA_RUNTIME_DIR/roles/terminal-9.*" >/dev/null; }
+expect "a console takes its terminal" eventually has_role
+kill "${pids[-1]}"
+wait "${pids[-1]}"
+expect "a console that is told to end dies of it" test "$?" -eq 143
+expect "and gives its terminal up" test -z "$(compgen -G "$ZEMA_RUNTIME_DIR/roles/terminal-9.*")"
+kill -CONT "$module"
+row "the next command" 0 'queries' -c 'fw show all'
+
+[ "$failures" -eq 0 ] || exit 1
+echo "all rows hold"

@@ -1,0 +1,200 @@
+#!/usr/bin/env bash
+# The main job, live, in several processes: usage tools/demo.sh BINDIR. Prints what is typed, what comes back and what
+# was checked; ends with a nonzero status and a word at the first thing that did not happen. Leaves nothing behind.
+set -euo pipefail
+
+bin=$(cd "${1:?usage: tools/demo.sh BINDIR}" && pwd)
+scratch=$(mktemp -d)
+export ZEMA_RUNTIME_DIR=$scratch/run
+unset ZEMA_DIAG
+declare -A pids=()
+checks=0
+
+end_all() {
+    local name
+    for name in "${!pids[@]}"; do
+        kill -KILL "${pids[$name]}" 2>/dev/null || true
+    done
+    wait 2>/dev/null || true
+    rm -rf "$scratch"
+}
+trap end_all EXIT
+
+fail() {
+    echo "  FAILED: $1"
+    echo "demo: failed after $checks checks: $1"
+    exit 1
+}
+
+# check WHAT COMMAND...: the command must succeed.
+check() {
+    local what=$1
+    shift
+    "$@" || fail "$what"
+    checks=$((checks + 1))
+    echo "  ok: $what"
+}
+
+title() { printf '\n== %s\n' "$1"; }
+
+# eventually COMMAND...: waits up to ten seconds until the command succeeds.
+eventually() {
+    local end=$((SECONDS + 10))
+    until "$@"; do
+        [ "$SECONDS" -lt "$end" ] || return 1
+        sleep 0.01
+    done
+}
+
+show() { sed 's/^/  | /'; }
+
+in_file() { grep -qF -- "$2" "$1"; }
+out_has() { grep -qF -- "$1" <<<"$out"; }
+out_lacks() { ! out_has "$1"; }
+out_count() { [ "$(grep -cxF -- "$1" <<<"$out")" -eq "$2" ]; }
+exited() { [ "$code" -eq "$1" ]; }
+lives() { kill -0 "$1" 2>/dev/null; }
+is_gone() { ! lives "$1"; }
+is_stopped() { grep -q '^State:[[:space:]]*T' "/proc/$1/status"; }
+is_empty() { [ -z "$(ls -A "$1")" ]; }
+
+# start NAME PROGRAM [ARGUMENT]...: starts it and waits until it says that it is ready.
+start() {
+    local name=$1
+    shift
+    echo "\$ $* &"
+    : >"$scratch/$name.log"
+    "$bin/$1" "${@:2}" >"$scratch/$name.log" 2>&1 &
+    pids[$name]=$!
+    check "$name is ready, process ${pids[$name]}" eventually in_file "$scratch/$name.log" "ready"
+}
+
+# type_in ARGUMENT...: runs zemash; its output is in $out, its exit status in $code.
+type_in() {
+    local word line='$ zemash'
+    for word in "$@"; do
+        [[ $word =~ ^[a-z0-9-]+$ ]] || word="'$word'"
+        line+=" $word"
+    done
+    echo "$line"
+    code=0
+    out=$("$bin/zemash" "$@" 2>&1) || code=$?
+    out=${out//$'\r'/}
+    show <<<"$out"
+    echo "  exit status $code"
+}
+
+hlp_count() { [ "$(grep -c '^HLP message' "$scratch/kernel_side.log")" -eq "$1" ]; }
+
+title "The processes of the service, in $ZEMA_RUNTIME_DIR"
+start kernel_side kernel_side
+start zemad zemad
+start fwd-a forwarding_module --name fwd-a --words fw,napt,usr
+start fwd-b forwarding_module --name fwd-b --words fw,route,user_flow
+
+title "A display command: zemad checks it, tells the kernel's side and every process; both modules answer on terminal 3"
+type_in -t 3 -c 'fw show all'
+check "answered" exited 0
+check "fwd-a answered" out_has "fwd-a: "
+check "fwd-b answered" out_has "fwd-b: "
+
+title "What the kernel's side got of it"
+eventually in_file "$scratch/kernel_side.log" command || fail "the kernel's side got the command"
+sed -n '/^HLP/,$p' "$scratch/kernel_side.log" | show
+check "an HLP message of type 0x2002A002 from zemad" \
+    in_file "$scratch/kernel_side.log" "HLP message 0x2002A002 from process ${pids[zemad]}"
+check "one item of type 2 with 260 bytes" in_file "$scratch/kernel_side.log" "TLV type 2, 260 bytes"
+check "with the terminal and the words" \
+    in_file "$scratch/kernel_side.log" 'command of 5 strings: "3" "Zemacmd" "fw" "show" "all"'
+
+title "A debug command at the entry for display commands"
+type_in -t 3 -c 'cpu dbg on'
+check "refused" exited 1
+check "with the reason" out_has "a debug command"
+
+title "Two parameters that do not fit, and the records that they left in zemad"
+type_in -t 3 -c 'user_flow show 5000'
+check "refused" exited 1
+check "with what it takes" out_has "a number from 1 to 1024"
+type_in -t 3 -d -c 'dbg 0 5'
+check "refused" exited 1
+check "with what it takes" out_has "the first above 0"
+type_in records
+check "the range check's record: 14 characters of command, 19 of text, read well, value 5000" out_has " 1 14 19 1 5000"
+check "the record of the row, counted from 0" out_has " 1 11 19 0 0"
+check "the record of the two values 0 and 5" out_has " 1 3 1 0 5"
+check "the entry's record: rejected, caller word 0x00030000" out_has "0xF7202001 (command rejected) 0x00030000 0 0 0"
+
+title "The command words that modules have registered"
+type_in -t 3 words
+check "answered" exited 0
+check "fw is there twice, once for each module" out_count fw 2
+check "napt is fwd-a's" out_count napt 1
+check "route is fwd-b's" out_count route 1
+
+title "The command tree, which fwd-a serves"
+type_in -t 3 usr
+check "the first level is listed" out_has "Zemacmd usr [wan]"
+type_in -t 3 usr wan '?'
+check "and the second" out_has "Zemacmd usr wan [mtu]"
+type_in -t 3 usr wan mtu '?'
+check "a leaf tells what it takes" out_has "usr wan mtu BYTES"
+type_in -t 3 usr wan mtu 1400
+check "and executes" out_has "wan1 mtu 1400"
+type_in -t 3 usr wan mtu 1300 9
+check "not with a wrong number of arguments: nobody answers" exited 3
+type_in -t 3 usr wan mtu '?'
+check "and nothing was changed" out_has "now 1400"
+
+title "A module that hangs while a command waits for it, and is killed"
+victim=${pids[fwd-b]}
+echo "\$ kill -STOP $victim"
+kill -STOP "$victim"
+eventually is_stopped "$victim" || fail "fwd-b is stopped"
+echo "\$ zemash -t 3 --wait 20000 -c 'fw show stats' &"
+"$bin/zemash" -t 3 --wait 20000 -c 'fw show stats' >"$scratch/waiting.log" 2>&1 &
+pids[waiting]=$!
+check "fwd-a has answered" eventually in_file "$scratch/waiting.log" "fwd-a: "
+check "the command still waits for fwd-b" lives "${pids[waiting]}"
+echo "\$ kill -KILL $victim"
+killed=$(date +%s%N)
+disown "$victim" # its end is no news to this shell
+kill -KILL "$victim"
+code=0
+wait "${pids[waiting]}" || code=$?
+took=$((($(date +%s%N) - killed) / 1000000))
+unset 'pids[waiting]' 'pids[fwd-b]'
+out=$(tr -d '\r' <"$scratch/waiting.log")
+show <<<"$out"
+echo "  exit status $code, $took ms after the kill"
+check "the answer is not whole" exited 3
+check "the dead module is named" out_has "fwd-b (pid $victim) died before it was done"
+check "at once, not after a time-out" test "$took" -lt 2000
+
+title "The next command"
+type_in -t 3 -c 'fw show all'
+check "answered" exited 0
+check "by fwd-a" out_has "fwd-a: "
+check "not by fwd-b" out_lacks "fwd-b"
+check "the kernel's side got the three accepted commands and no refused one" eventually hlp_count 3
+echo "\$ zemash records | grep dead"
+out=$("$bin/zemash" records | grep dead) || true
+show <<<"$out"
+check "the dead module's records are still there" out_has "$victim (dead)"
+
+title "The end"
+for name in "${!pids[@]}"; do
+    echo "\$ kill -TERM ${pids[$name]}"
+    kill -TERM "${pids[$name]}"
+    code=0
+    wait "${pids[$name]}" || code=$?
+    check "$name ended cleanly" exited 0
+    check "its process is gone" is_gone "${pids[$name]}"
+    unset "pids[$name]"
+done
+check "no socket is left" is_empty "$ZEMA_RUNTIME_DIR/bus"
+check "no role is left" is_empty "$ZEMA_RUNTIME_DIR/roles"
+rm -rf "$scratch"
+check "no file is left" test ! -e "$scratch"
+
+printf '\ndemo: all %d checks passed\n' "$checks"

@@ -1,0 +1,90 @@
+// The service's main process: starts the command agent, serves the command tree and runs until it is told to
+// stop.
+#include "qx/host.h"
+#include "text.h"
+#include "zema/zema.h"
+
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <initializer_list>
+
+namespace {
+
+constexpr int kUsage = 2;
+
+constexpr char kHelp[] = R"(usage: zemad [--help | --version]
+
+The main process of the zema service. It answers the remote procedures for operators' commands, serves the
+command tree, and says "zemad: ready" on standard output once it does. SIGTERM or SIGINT ends it.
+
+The processes of the service meet in a runtime directory: $ZEMA_RUNTIME_DIR, else /run/zema for root, else
+$XDG_RUNTIME_DIR/zema. With ZEMA_DIAG=stderr, records and trace lines also go to standard error.
+
+Exit status: 0 after a clean end, 1 when it could not start or go on, 2 for a wrong use.
+)";
+
+struct Step {
+    const char *what;
+    uint32_t (*take)();
+};
+
+constexpr Step kStart[] = {
+    {"start the command agent", CMDAgent_Init},
+    {"serve the command tree", CMDAgent_Reg},
+};
+constexpr Step kRun[] = {{"go on", QxHost_Run}};
+constexpr Step kEnd[] = {
+    {"stop the command agent", CMDAgent_UnInit},
+    {"leave the bus", QxHost_Leave},
+};
+
+template <size_t count>
+bool take(const Step (&steps)[count])
+{
+    for (const Step &step : steps) {
+        const uint32_t result = step.take();
+        if (result != 0) {
+            std::fprintf(stderr, "zemad: cannot %s: %s\n", step.what, tools::reasonOf(result).c_str());
+            return false;
+        }
+    }
+    return true;
+}
+
+int serve()
+{
+    struct sigaction stop {};
+    stop.sa_handler = [](int) { QxHost_Stop(); };
+    for (const int number : {SIGTERM, SIGINT}) {
+        sigaction(number, &stop, nullptr);
+    }
+    if (!take(kStart)) {
+        QxHost_Leave();
+        return 1;
+    }
+    std::puts("zemad: ready");
+    std::fflush(stdout);
+    const bool ran = take(kRun);
+    return take(kEnd) && ran ? 0 : 1;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    const char *const option = argc == 2 ? argv[1] : "";
+    if (argc == 1) {
+        return serve();
+    }
+    if (std::strcmp(option, "--help") == 0 || std::strcmp(option, "-h") == 0) {
+        std::fputs(kHelp, stdout);
+        return 0;
+    }
+    if (std::strcmp(option, "--version") == 0) {
+        std::puts("zemad " ZEMA_VERSION);
+        return 0;
+    }
+    std::fprintf(stderr, "zemad: %s takes no such argument; see zemad --help\n", argv[0]);
+    return kUsage;
+}

@@ -4,8 +4,15 @@
 
 #include "zema/cmd_tree.h"
 #include "zema/cmdagent.h"
+#include "zema/data_validator.h"
+#include "zema/domain.h"
 #include "zema/hlp.h"
+#include "zema/ipv4.h"
+#include "zema/ipv6.h"
+#include "zema/mac.h"
+#include "zema/name_value_map.h"
 #include "zema/result.h"
+#include "zema/strings.h"
 #include "zema/zemacmd.h"
 #include "zema/zemacmd_table.h"
 

@@ -4,6 +4,7 @@
 //   roles/<role>.<stamp>.<pid>-<nonce>      one empty file for each role that a process holds
 //   records/<program>.<pid>.<nonce>         the last-word records of a process
 //   edition                                 a counter, mapped by every process, of the changes of roles/
+//   features                                features that are switched on, a name a line; the operator's
 //   lock                                    held while a role that only one process may hold is claimed
 //
 // The directory and all in it belong to one user and are closed to others; still, names are parsed as

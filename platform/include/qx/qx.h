@@ -6,6 +6,7 @@
 #include "qx/cli.h"
 #include "qx/diag.h"
 #include "qx/event.h"
+#include "qx/feature.h"
 #include "qx/hlp.h"
 #include "qx/list.h"
 #include "qx/memory.h"

@@ -1,0 +1,44 @@
+// Characters of ASCII, whatever the locale of the process, and views of callers' texts.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+namespace zema {
+
+constexpr bool isDigit(char c)
+{
+    return c >= '0' && c <= '9';
+}
+
+constexpr bool isLetter(char c)
+{
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
+constexpr bool isBlank(char c)
+{
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+// The number that a decimal digit stands for.
+constexpr uint32_t digitValue(char c)
+{
+    return static_cast<uint32_t>(c - '0');
+}
+
+// As starts_with, which without optimisation brings in the C++ runtime for an exception it cannot throw.
+constexpr bool beginsWith(std::string_view text, std::string_view start)
+{
+    return text.size() >= start.size() && std::equal(start.begin(), start.end(), text.begin());
+}
+
+// A text as far as it matters: of a longer one, limit + 1 characters, and no byte behind them is read.
+inline std::string_view viewUpTo(const char *text, size_t limit)
+{
+    return {text, strnlen(text, limit + 1)};
+}
+
+} // namespace zema

@@ -28,6 +28,11 @@ public:
     void *data() const { return block_; }
     uint32_t size() const { return size_; }
 
+    // Hands the block to another owner.
+    void *release() { return std::exchange(block_, nullptr); }
+    // Gives the block back before the end of the scope.
+    void reset() { const PlatformBuffer given(std::move(*this)); }
+
 private:
     void *block_;
     uint32_t size_;

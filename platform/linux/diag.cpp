@@ -101,6 +101,20 @@ uint32_t QX_PROC_DBG_TraceN(uint32_t module, const char *file, uint32_t line, co
     return QX_OK;
 }
 
+uint32_t QX_PROC_DBG_GetJiffies(uint32_t words[2])
+{
+    if (words == nullptr) {
+        return QX_ERR;
+    }
+    timespec now{};
+    clock_gettime(CLOCK_BOOTTIME, &now);
+    const uint64_t milliseconds =
+        static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1'000'000;
+    words[0] = static_cast<uint32_t>(milliseconds >> 32U);
+    words[1] = static_cast<uint32_t>(milliseconds);
+    return QX_OK;
+}
+
 uint32_t QxHost_ReadRecords(QxRecordVisitor visitor, void *context)
 {
     if (visitor == nullptr) {

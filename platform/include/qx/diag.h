@@ -4,7 +4,7 @@
  * Records go to a ring in a file of the runtime directory, one file a process, written without allocation
  * and, but for the first of a process, which makes the file, without a lock; readable after the process died
  * (QxHost_ReadRecords). With ZEMA_DIAG=stderr in the environment, records and trace lines are also printed on
- * standard error. Both functions may be called from any thread; a caller need not look at their results.
+ * standard error. The functions may be called from any thread; a caller need not look at their results.
  */
 #ifndef QX_DIAG_H
 #define QX_DIAG_H
@@ -21,6 +21,10 @@ QX_API uint32_t QX_PROC_DBG_LastWord(const char *file, uint32_t line, uint32_t v
 /* Writes one trace line for a module. 0. */
 QX_API uint32_t QX_PROC_DBG_TraceN(uint32_t module, const char *file, uint32_t line, const char *format, ...)
     QX_PRINTF(4, 5);
+
+/* The time since the machine started, in milliseconds: words[0] is its high word, words[1] its low one, which
+ * comes round after 49 days. 0, or QX_ERR when words is missing. */
+QX_API uint32_t QX_PROC_DBG_GetJiffies(uint32_t words[2]);
 
 QX_END_DECLS
 

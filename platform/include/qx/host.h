@@ -49,6 +49,9 @@ QX_API uint32_t QxHost_SetTimeout(uint32_t milliseconds);
 /* What QX_OS_StatGet reports. 0. */
 QX_API uint32_t QxHost_SetState(uint32_t state);
 
+/* What QX_MSG_GetCurThreadMid reports on the calling thread. */
+QX_API void QxHost_SetCurThreadMid(uint32_t mid);
+
 /* ---- Roles ---- */
 
 typedef struct QxPrint {

@@ -1,5 +1,5 @@
 /*
- * The message layer: remote procedures.
+ * The message layer: remote procedures, and the modules that threads belong to.
  */
 #ifndef QX_MESSAGE_H
 #define QX_MESSAGE_H
@@ -29,6 +29,10 @@ typedef struct QxRpcRow {
  * QX_ERR_RUNTIME_DIR). Any thread.
  */
 QX_API uint32_t QX_MSG_RegOverWriteRpcCalls(const QxRpcRow *rows);
+
+/* The module that the calling thread belongs to: what the host set with QxHost_SetCurThreadMid, 0 until then.
+ */
+QX_API uint32_t QX_MSG_GetCurThreadMid(void);
 
 QX_END_DECLS
 

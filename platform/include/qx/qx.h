@@ -8,6 +8,7 @@
 #include "qx/diag.h"
 #include "qx/event.h"
 #include "qx/feature.h"
+#include "qx/hashtable.h"
 #include "qx/hlp.h"
 #include "qx/list.h"
 #include "qx/memory.h"

@@ -1,0 +1,284 @@
+// The table store through its exported functions, beside stores of the same meaning on two general hash maps:
+// tables by identifier, items by index, a block of its own for each item, and no access beyond its length.
+#include "qx/memory.h"
+#include "zema/multi_hashtable.h"
+
+#include <absl/container/flat_hash_map.h>
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <malloc.h>
+#include <numeric>
+#include <random>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace {
+
+constexpr uint32_t kTable = 7;
+constexpr uint32_t kItemSize = 64;
+
+using Item = std::array<char, kItemSize>;
+
+// ---- The stores ----
+
+struct Ours {
+    static constexpr auto save = MultiHashtable_SaveData;
+    static constexpr auto get = MultiHashtable_GetData;
+    static constexpr auto remove = MultiHashtable_DeleteData;
+
+    // The empty table goes too: the next round begins with a new one, as the other stores do.
+    static void drop()
+    {
+        const auto destroy = [](void *value) {
+            auto *table = static_cast<Hashtable *>(value);
+            return table->pfnDestroy(&table);
+        };
+        Hashtable *const tables = Hashtable_GetHashtable3(&g_MultiHashtable);
+        tables->pfnRemove(tables, kTable, destroy, 0);
+    }
+};
+
+// On the same allocator and copies, and compiled as functions of a library are: nothing is known of their
+// arguments.
+template <template <typename...> typename Map>
+struct Theirs {
+    struct Held {
+        void *block;
+        uint32_t length;
+    };
+    inline static Map<uint32_t, Map<uint32_t, Held>> tables;
+
+    __attribute__((noipa)) static uint32_t save(uint32_t table, uint32_t index, const void *data,
+                                                uint32_t length)
+    {
+        auto &items = tables[table];
+        const auto found = items.find(index);
+        if (found != items.end()) {
+            if (length > found->second.length) {
+                return 1;
+            }
+            (void)memcpy_s(found->second.block, found->second.length, data, length);
+            return 0;
+        }
+        void *const block = QX_OS_MemMallocD(length);
+        if (block == nullptr) {
+            return 1;
+        }
+        (void)memcpy_s(block, length, data, length);
+        items.emplace(index, Held{block, length});
+        return 0;
+    }
+    __attribute__((noipa)) static uint32_t get(uint32_t table, uint32_t index, void *out, uint32_t length)
+    {
+        auto &items = tables[table];
+        const auto found = items.find(index);
+        if (found == items.end() || length > found->second.length) {
+            return 1;
+        }
+        (void)memcpy_s(out, length, found->second.block, length);
+        return 0;
+    }
+    __attribute__((noipa)) static uint32_t remove(uint32_t table, uint32_t index)
+    {
+        auto &items = tables[table];
+        const auto found = items.find(index);
+        if (found == items.end()) {
+            return 1;
+        }
+        (void)QX_OS_MemFreeD(found->second.block);
+        items.erase(found);
+        return 0;
+    }
+    static void drop() { tables.erase(kTable); }
+};
+
+template <typename Key, typename Value>
+using FlatMap = absl::flat_hash_map<Key, Value>;
+template <typename Key, typename Value>
+using StdMap = std::unordered_map<Key, Value>;
+
+// ---- What is measured ----
+
+// Different indexes, scattered over all their range.
+std::vector<uint32_t> scattered(size_t count)
+{
+    std::mt19937 engine(20261123); // NOLINT(cert-msc32-c,cert-msc51-cpp): the same indexes in every run
+    std::vector<uint32_t> indexes;
+    while (indexes.size() < count) {
+        const size_t missing = count - indexes.size();
+        std::generate_n(std::back_inserter(indexes), missing, std::ref(engine));
+        std::sort(indexes.begin(), indexes.end());
+        indexes.erase(std::unique(indexes.begin(), indexes.end()), indexes.end());
+    }
+    std::shuffle(indexes.begin(), indexes.end(), engine);
+    return indexes;
+}
+
+template <typename Store>
+void fill(const std::vector<uint32_t> &indexes)
+{
+    Item item{};
+    for (const uint32_t index : indexes) {
+        std::memcpy(item.data(), &index, sizeof index);
+        benchmark::DoNotOptimize(Store::save(kTable, index, item.data(), kItemSize));
+    }
+}
+
+template <typename Store>
+void drain(const std::vector<uint32_t> &indexes)
+{
+    for (const uint32_t index : indexes) {
+        benchmark::DoNotOptimize(Store::remove(kTable, index));
+    }
+}
+
+// In another order than that of their first save.
+std::vector<uint32_t> reordered(std::vector<uint32_t> indexes)
+{
+    std::mt19937 engine(1); // NOLINT(cert-msc32-c,cert-msc51-cpp)
+    std::shuffle(indexes.begin(), indexes.end(), engine);
+    return indexes;
+}
+
+template <typename Store>
+void get(benchmark::State &state)
+{
+    const std::vector<uint32_t> indexes = scattered(static_cast<size_t>(state.range(0)));
+    const std::vector<uint32_t> asked = reordered(indexes);
+    fill<Store>(indexes);
+    Item item{};
+    size_t i = 0;
+    while (state.KeepRunning()) {
+        if (Store::get(kTable, asked[i], item.data(), kItemSize) != 0 ||
+            std::memcmp(item.data(), &asked[i], sizeof asked[i]) != 0) {
+            state.SkipWithError("not what was saved");
+        }
+        i = i + 1 < asked.size() ? i + 1 : 0;
+    }
+    drain<Store>(indexes);
+    Store::drop();
+}
+
+template <typename Store>
+void overwrite(benchmark::State &state)
+{
+    const std::vector<uint32_t> indexes = scattered(static_cast<size_t>(state.range(0)));
+    const std::vector<uint32_t> asked = reordered(indexes);
+    fill<Store>(indexes);
+    const Item item{};
+    size_t i = 0;
+    while (state.KeepRunning()) {
+        benchmark::DoNotOptimize(Store::save(kTable, asked[i], item.data(), kItemSize));
+        i = i + 1 < asked.size() ? i + 1 : 0;
+    }
+    drain<Store>(indexes);
+    Store::drop();
+}
+
+template <typename Action>
+double secondsOf(Action action)
+{
+    const auto begin = std::chrono::steady_clock::now();
+    action();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+}
+
+// Of all items, into a new table.
+template <typename Store>
+void add(benchmark::State &state)
+{
+    const std::vector<uint32_t> indexes = scattered(static_cast<size_t>(state.range(0)));
+    while (state.KeepRunning()) {
+        state.SetIterationTime(secondsOf([&] { fill<Store>(indexes); }));
+        drain<Store>(indexes);
+        Store::drop();
+    }
+}
+
+template <typename Store>
+void remove(benchmark::State &state)
+{
+    const std::vector<uint32_t> indexes = scattered(static_cast<size_t>(state.range(0)));
+    const std::vector<uint32_t> asked = reordered(indexes);
+    while (state.KeepRunning()) {
+        fill<Store>(indexes);
+        state.SetIterationTime(secondsOf([&] { drain<Store>(asked); }));
+        Store::drop();
+    }
+}
+
+size_t bytesInUse()
+{
+    const struct mallinfo2 info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+}
+
+// Bytes an item, given as nanoseconds.
+template <typename Store>
+void memory(benchmark::State &state)
+{
+    const std::vector<uint32_t> indexes = scattered(static_cast<size_t>(state.range(0)));
+    while (state.KeepRunning()) {
+        const size_t before = bytesInUse();
+        fill<Store>(indexes);
+        const auto bytes = static_cast<double>(bytesInUse() - before);
+        state.SetIterationTime(bytes / static_cast<double>(indexes.size()) * 1e-9);
+        drain<Store>(indexes);
+        Store::drop();
+    }
+}
+
+// The longest of all saves that fill a table: what a growth costs at once.
+template <typename Store>
+void longestAdd(benchmark::State &state)
+{
+    const std::vector<uint32_t> indexes = scattered(static_cast<size_t>(state.range(0)));
+    const Item item{};
+    while (state.KeepRunning()) {
+        double longest = 0;
+        for (const uint32_t index : indexes) {
+            longest =
+                std::max(longest, secondsOf([&] {
+                             benchmark::DoNotOptimize(Store::save(kTable, index, item.data(), kItemSize));
+                         }));
+        }
+        state.SetIterationTime(longest);
+        drain<Store>(indexes);
+        Store::drop();
+    }
+}
+
+template <typename Store>
+void registerStore(const std::string &name)
+{
+    constexpr std::array<int64_t, 3> kCounts = {100, 10'000, 1'000'000};
+    for (const int64_t count : kCounts) {
+        benchmark::RegisterBenchmark((name + "/get").c_str(), get<Store>)->Arg(count);
+        benchmark::RegisterBenchmark((name + "/overwrite").c_str(), overwrite<Store>)->Arg(count);
+        benchmark::RegisterBenchmark((name + "/add").c_str(), add<Store>)->Arg(count)->UseManualTime();
+        benchmark::RegisterBenchmark((name + "/delete").c_str(), remove<Store>)->Arg(count)->UseManualTime();
+        benchmark::RegisterBenchmark((name + "/bytes").c_str(), memory<Store>)
+            ->Arg(count)
+            ->UseManualTime()
+            ->Iterations(1);
+    }
+    benchmark::RegisterBenchmark((name + "/longestAdd").c_str(), longestAdd<Store>)
+        ->Arg(kCounts.back())
+        ->UseManualTime()
+        ->Iterations(1);
+}
+
+const bool registered = [] {
+    registerStore<Ours>("ours");
+    registerStore<Theirs<StdMap>>("std");
+    registerStore<Theirs<FlatMap>>("absl");
+    return true;
+}();
+
+} // namespace

@@ -167,7 +167,7 @@ void answerWith(const std::string &dir, qx::FrameHeader header, size_t payload)
     const int listener = socket(AF_UNIX, SOCK_SEQPACKET, 0);
     EXPECT_EQ(bind(listener, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
     EXPECT_EQ(listen(listener, 4), 0);
-    std::ofstream(dir + "/roles/sync-owner.0000000000000001." + name);
+    const std::ofstream claim(dir + "/roles/sync-owner.0000000000000001." + name);
     if (fork() != 0) {
         return;
     }

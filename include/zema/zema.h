@@ -11,6 +11,7 @@
 #include "zema/ipv6.h"
 #include "zema/mac.h"
 #include "zema/name_value_map.h"
+#include "zema/pkt_tunnel.h"
 #include "zema/result.h"
 #include "zema/strings.h"
 #include "zema/zemacmd.h"

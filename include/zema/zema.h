@@ -14,6 +14,7 @@
 #include "zema/multi_hashtable.h"
 #include "zema/multi_hashtable_ex.h"
 #include "zema/name_value_map.h"
+#include "zema/pkt_tunnel.h"
 #include "zema/result.h"
 #include "zema/strings.h"
 #include "zema/zemacmd.h"

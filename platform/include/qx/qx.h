@@ -14,6 +14,7 @@
 #include "qx/memory.h"
 #include "qx/message.h"
 #include "qx/process.h"
+#include "qx/socket.h"
 #include "qx/text.h"
 
 #endif

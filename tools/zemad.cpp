@@ -1,6 +1,7 @@
-// The service's main process: starts the command agent, serves the command tree and runs until it is told to
-// stop.
+// The service's main process: owns the tables, starts the command agent, serves the command tree and runs
+// until it is told to stop.
 #include "qx/host.h"
+#include "table_service.h"
 #include "text.h"
 #include "zema/zema.h"
 
@@ -16,7 +17,8 @@ constexpr int kUsage = 2;
 constexpr char kHelp[] = R"(usage: zemad [--help | --version]
 
 The main process of the zema service. It answers the remote procedures for operators' commands, serves the
-command tree, and says "zemad: ready" on standard output once it does. SIGTERM or SIGINT ends it.
+command tree, owns the shared tables, which live as long as it does, and says "zemad: ready" on standard output once
+it is all there. SIGTERM or SIGINT ends it. A second one in the same runtime directory is refused.
 
 The processes of the service meet in a runtime directory: $ZEMA_RUNTIME_DIR, else /run/zema for root, else
 $XDG_RUNTIME_DIR/zema. With ZEMA_DIAG=stderr, records and trace lines also go to standard error.
@@ -29,7 +31,13 @@ struct Step {
     uint32_t (*take)();
 };
 
+uint32_t ownTables()
+{
+    return QxHost_ServeSync(tools::serveTables, nullptr);
+}
+
 constexpr Step kStart[] = {
+    {"own the tables", ownTables},
     {"start the command agent", CMDAgent_Init},
     {"serve the command tree", CMDAgent_Reg},
 };

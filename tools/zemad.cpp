@@ -1,5 +1,6 @@
 // The service's main process: starts the command agent, serves the command tree and runs until it is told to
 // stop.
+#include "device_service.h"
 #include "qx/host.h"
 #include "text.h"
 #include "zema/zema.h"
@@ -32,6 +33,7 @@ struct Step {
 constexpr Step kStart[] = {
     {"start the command agent", CMDAgent_Init},
     {"serve the command tree", CMDAgent_Reg},
+    {"answer for the devices' flags", tools::serveDeviceFlags},
 };
 constexpr Step kRun[] = {{"go on", QxHost_Run}};
 constexpr Step kEnd[] = {

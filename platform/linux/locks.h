@@ -6,7 +6,19 @@
 
 namespace qx {
 
-enum class LockId { events, procedures, terminals, kernel, join, roles, peers, channels, directory, ring };
+enum class LockId {
+    events,
+    procedures,
+    terminals,
+    kernel,
+    lists,
+    join,
+    roles,
+    peers,
+    channels,
+    directory,
+    ring
+};
 constexpr unsigned kLockCount = static_cast<unsigned>(LockId::ring) + 1;
 
 pthread_mutex_t &lockOf(LockId id);

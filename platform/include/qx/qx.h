@@ -4,14 +4,18 @@
 
 #include "qx/base.h"
 #include "qx/cli.h"
+#include "qx/data_sync.h"
 #include "qx/diag.h"
 #include "qx/event.h"
 #include "qx/feature.h"
+#include "qx/file.h"
 #include "qx/hlp.h"
 #include "qx/list.h"
 #include "qx/memory.h"
 #include "qx/message.h"
 #include "qx/process.h"
+#include "qx/socket.h"
 #include "qx/text.h"
+#include "qx/xml.h"
 
 #endif

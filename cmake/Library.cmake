@@ -2,7 +2,7 @@
 
 add_library(zema SHARED)
 add_library(zema::zema ALIAS zema)
-target_link_libraries(zema PRIVATE zema_common zema_cmdagent zema_table zema_transfer zema_util
+target_link_libraries(zema PRIVATE zema_common zema_cmdagent zema_netdevice zema_table zema_transfer zema_util
                            PUBLIC qxplatform)
 target_include_directories(zema PUBLIC $<BUILD_INTERFACE:${CMAKE_SOURCE_DIR}/include>
                                        $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)

@@ -9,7 +9,8 @@ namespace zema {
 
 class PlatformBuffer {
 public:
-    explicit PlatformBuffer(uint32_t size) : block_(QX_OS_MemMallocD(size)), size_(size) {}
+    explicit PlatformBuffer(uint32_t size) : PlatformBuffer(QX_OS_MemMallocD(size), size) {}
+    static PlatformBuffer zeroed(uint32_t size) { return {QX_OS_MemMallocSet(size), size}; }
     ~PlatformBuffer()
     {
         if (block_ != nullptr) {
@@ -34,6 +35,8 @@ public:
     void reset() { const PlatformBuffer given(std::move(*this)); }
 
 private:
+    PlatformBuffer(void *block, uint32_t size) : block_(block), size_(size) {}
+
     void *block_;
     uint32_t size_;
 };

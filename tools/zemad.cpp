@@ -1,5 +1,6 @@
 // The service's main process: owns the tables, starts the command agent, serves the command tree and runs
 // until it is told to stop.
+#include "device_service.h"
 #include "qx/host.h"
 #include "table_service.h"
 #include "text.h"
@@ -31,15 +32,24 @@ struct Step {
     uint32_t (*take)();
 };
 
+uint32_t answer(void *context, const QxSyncRequest *request)
+{
+    const bool isDevice =
+        request->ulCode == ZEMA_SYNC_NETDEV_DELETE || request->ulCode == ZEMA_SYNC_NETDEV_PRIV_FLAG;
+    return isDevice ? tools::deviceService(request->ulCode, request->pvData, request->ulSize)
+                    : tools::serveTables(context, request);
+}
+
 uint32_t ownTables()
 {
-    return QxHost_ServeSync(tools::serveTables, nullptr);
+    return QxHost_ServeSync(answer, nullptr);
 }
 
 constexpr Step kStart[] = {
     {"own the tables", ownTables},
     {"start the command agent", CMDAgent_Init},
     {"serve the command tree", CMDAgent_Reg},
+    {"answer for the devices' flags", tools::serveDeviceFlags},
 };
 constexpr Step kRun[] = {{"go on", QxHost_Run}};
 constexpr Step kEnd[] = {

@@ -1,28 +1,52 @@
+#include "common/file_guard.h"
 #include "common/platform_buffer.h"
 #include "common/record.h"
+#include "common/shell_word.h"
+#include "qx/cli.h"
 #include "qx/feature.h"
+#include "qx/process.h"
 #include "qx/text.h"
+#include "qx/xml.h"
 #include "util/domain_name.h"
 #include "util/dotted_quad.h"
 #include "util/internet_checksum.h"
 #include "util/mac_text.h"
 #include "util/mask_octet.h"
+#include "util/option_line.h"
 #include "util/parts.h"
+#include "util/shell_path.h"
 #include "util/text.h"
 #include "zema/domain.h"
+#include "zema/index_array.h"
 #include "zema/ipv4.h"
 #include "zema/ipv6.h"
 #include "zema/mac.h"
+#include "zema/netdev.h"
+#include "zema/process.h"
 #include "zema/strings.h"
+#include "zema/wan_options.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
 #include <array>
 #include <bit>
+#include <cstdarg>
+#include <net/if.h>
+#include <numeric>
+#include <optional>
 #include <span>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 static_assert(sizeof(IpAddrRecord) == 24 && offsetof(IpAddrRecord, aucIpv4) == 16 &&
               offsetof(IpAddrRecord, ulFamily) == 20);
+static_assert(sizeof(OptionValueList) == 2 + ZEMA_OPTION_VALUES * ZEMA_OPTION_VALUE_SIZE);
+static_assert(sizeof(DbAppendRow) == 12);
+static_assert(offsetof(IndexArray, pusFree) == sizeof(void *) &&
+              offsetof(IndexArray, usCapacity) == 2 * sizeof(void *) &&
+              offsetof(IndexArray, usUsed) == 2 * sizeof(void *) + 2 &&
+              sizeof(IndexArray) == (sizeof(void *) == 8 ? 24 : 12));
 
 namespace {
 
@@ -661,5 +685,387 @@ uint32_t QX_StrReplaceSubStr(const char *pcSource, const char *pcSearch, const c
     const char *const behind = found + searchLength;
     writeReplaced({pcSource, found}, {pcReplace, replaceLength}, {behind, pcSource + sourceLength}, pcOut,
                   ulSize);
+    return ZEMA_OK;
+}
+
+// ---- Network devices ----
+
+int32_t get_dev_mac(const char *pcName, uint8_t *pucMac)
+{
+    constexpr int32_t kDone = 1;
+    constexpr int32_t kFailed = -1;
+
+    if (pucMac == nullptr) {
+        return kFailed;
+    }
+    ifreq request;
+    std::memset(&request, 0, sizeof request);
+    (void)strncpy_s(request.ifr_name, IFNAMSIZ, pcName, IFNAMSIZ - 1);
+    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
+    if (fd < 0) {
+        report(__LINE__, ZEMA_ERR);
+        return kFailed;
+    }
+    const bool answered = ioctl(fd, SIOCGIFHWADDR, &request) >= 0;
+    if (answered) {
+        (void)memcpy_s(pucMac, ZEMA_MAC_SIZE, request.ifr_hwaddr.sa_data, ZEMA_MAC_SIZE);
+    } else {
+        report(__LINE__, ZEMA_ERR);
+    }
+    (void)close(fd);
+    return answered ? kDone : kFailed;
+}
+
+// ---- Processes and terminals ----
+
+namespace {
+
+// Has the shell write the lines of the process list that hold both texts into the file of the two names.
+uint32_t listProcesses(const char *process, const char *keyword, const char *fileKeyword)
+{
+    zema::ShellWord processWord(process);
+    if (!processWord) {
+        report(__LINE__, ZEMA_ERR);
+        return ZEMA_ERR;
+    }
+    zema::ShellWord keywordWord(keyword);
+    if (!keywordWord) {
+        report(__LINE__, ZEMA_ERR);
+        return ZEMA_ERR;
+    }
+    const char *const processPattern = processWord.escape();
+    const char *const keywordPattern = keywordWord.escape();
+    char command[512] = {};
+    (void)snprintf_s(command, sizeof command, sizeof command - 1,
+                     "ps w| grep  %s | grep %s >/var/%s_%s_pid.txt", processPattern, keywordPattern,
+                     zema::ShellPathPart(process).text(), zema::ShellPathPart(fileKeyword).text());
+    (void)QX_OS_ExecShellCmd(command);
+    return ZEMA_OK;
+}
+
+// The number at the start of the first line that has one and is not about ps itself.
+std::optional<uint32_t> readProcessId(void *file)
+{
+    char line[512];
+    // A file that cannot be read, as a directory, never comes to its end.
+    for (bool readable = true; QX_OS_Feof(file) == 0 && readable;) {
+        std::memset(line, 0, sizeof line);
+        readable = QX_OS_Fgets(line, sizeof line - 1, file) != nullptr;
+        unsigned pid = 0;
+        if (std::strstr(line, "ps") == nullptr && sscanf_s(line, "%u", &pid) >= 1) {
+            return pid;
+        }
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
+uint32_t QX_UTL_GetPid(const char *pcProcess, const char *pcKeyword, uint32_t *pulPid)
+{
+    constexpr uint32_t kKeywordLength = 255;
+
+    if (pcProcess == nullptr || pcKeyword == nullptr || pulPid == nullptr) {
+        return ZEMA_ERR;
+    }
+    if (strnlen(pcKeyword, kKeywordLength + 1) > kKeywordLength) {
+        report(__LINE__, ZEMA_ERR);
+        return ZEMA_ERR;
+    }
+    char stripped[kKeywordLength + 1] = {};
+    const uint32_t strip = QX_OS_StripSpace(pcKeyword, stripped);
+    if (strip != ZEMA_OK) {
+        report(__LINE__, strip);
+        return strip;
+    }
+    if (listProcesses(pcProcess, pcKeyword, stripped) != ZEMA_OK) {
+        return ZEMA_ERR;
+    }
+    char path[256] = {};
+    (void)snprintf_s(path, sizeof path, sizeof path - 1, "/var/%s_%s_pid.txt", pcProcess, stripped);
+    zema::FileGuard file(path, "r");
+    if (!file) {
+        report(__LINE__, ZEMA_ERR);
+        return ZEMA_ERR;
+    }
+    const std::optional<uint32_t> pid = readProcessId(file.get());
+    file.close();
+    (void)QX_OS_Remove(path);
+    if (!pid) {
+        report(__LINE__, ZEMA_ERR);
+        return ZEMA_ERR;
+    }
+    *pulPid = *pid;
+    return ZEMA_OK;
+}
+
+void QX_UTL_PrintToAllTerminal(const char *pcFormat, ...)
+{
+    constexpr uint32_t kSize = 2048;
+
+    const zema::PlatformBuffer buffer = zema::PlatformBuffer::zeroed(kSize);
+    if (!buffer) {
+        return;
+    }
+    auto *const text = static_cast<char *>(buffer.data());
+    va_list arguments;
+    va_start(arguments, pcFormat);
+    (void)vsnprintf_s(text, kSize - 1, kSize - 2, pcFormat, arguments);
+    va_end(arguments);
+    (void)QX_CLI_SynPrint(QX_CLI_ALL_TERMINALS, text, QX_OS_StrLen(text));
+}
+
+// ---- Option files ----
+
+namespace {
+
+zema::FileGuard openOptions(const char *wan)
+{
+    char path[256] = {};
+    const int32_t formatted = snprintf_s(path, sizeof path, sizeof path - 1, "/var/wan/%s/config", wan);
+    if (formatted <= 0) {
+        reportDetail(__LINE__, static_cast<uint32_t>(formatted));
+    }
+    return zema::FileGuard(path, "r");
+}
+
+enum class Lookup { notFound, nameless, noValue, done };
+enum class Nameless { isSkipped, endsLookup };
+
+// Looks for an option's line and has its values taken from the text behind the "=", which is the taker's to
+// change; the taker tells whether there was one. File and memory are given back before this returns.
+template <typename Take>
+Lookup lookUpOption(const char *wan, std::string_view option, Nameless nameless, Take take)
+{
+    constexpr uint32_t kLineSize = 1200;
+
+    const zema::PlatformBuffer buffer(kLineSize);
+    if (!buffer) {
+        report(__LINE__, ZEMA_ERR);
+        return Lookup::notFound;
+    }
+    auto *const line = static_cast<char *>(buffer.data());
+    std::memset(line, 0, kLineSize);
+    const zema::FileGuard file = openOptions(wan);
+    while (file && QX_OS_Fgets(line, kLineSize, file.get()) != nullptr) {
+        if (*line == '\n') {
+            continue;
+        }
+        const zema::OptionLine split = zema::splitOptionLine(line);
+        if (split.name.empty() && nameless == Nameless::endsLookup) {
+            return Lookup::nameless;
+        }
+        if (!split.name.empty() && split.name == option) {
+            return take(split.value) ? Lookup::done : Lookup::noValue;
+        }
+    }
+    return Lookup::notFound;
+}
+
+// At most size - 1 characters fit; one that does not fit leaves the empty text.
+void copyValue(char *out, uint32_t size, std::string_view value)
+{
+    (void)strncpy_s(out, size, value.data(), std::min<size_t>(value.size(), ZEMA_OPTION_VALUE_SIZE - 1));
+}
+
+void dropNewline(char *value)
+{
+    const size_t length = std::strlen(value);
+    if (length > 0 && value[length - 1] == '\n') {
+        value[length - 1] = '\0';
+    }
+}
+
+// The management server's address comes as a code and a text: both are one value, joined by "!", the code's
+// second character lowered by one. Whether the values begin so.
+bool joinServer(char *values)
+{
+    if (strnlen(values, 3) < 3 || values[2] != ' ') {
+        return false;
+    }
+    (void)QX_OS_Printf("pcSaveStr=[%s]\r\n", values);
+    values[2] = '!';
+    (void)QX_OS_Printf("pcSaveStr=[%s]\r\n", values);
+    return true;
+}
+
+void lowerServer(char *value)
+{
+    if (strnlen(value, 2) == 2) {
+        value[1] = static_cast<char>(value[1] - 1);
+    }
+    (void)QX_OS_Printf("acValue=[%s]\r\n", value);
+}
+
+bool takeValues(char *text, bool isServer, OptionValueList &out)
+{
+    out.ucState = 0;
+    const bool joined = isServer && joinServer(text);
+    zema::Parts parts(text, ' ');
+    std::string_view value = parts.next();
+    if (value.empty()) {
+        return false;
+    }
+    copyValue(out.aacValue[0], ZEMA_OPTION_VALUE_SIZE, value);
+    if (joined) {
+        lowerServer(out.aacValue[0]);
+    }
+    uint8_t count = 1;
+    for (value = parts.next(); !value.empty() && count < ZEMA_OPTION_VALUES; value = parts.next()) {
+        copyValue(out.aacValue[count++], ZEMA_OPTION_VALUE_SIZE, value);
+    }
+    dropNewline(out.aacValue[count - 1]);
+    out.ucCount = count;
+    return true;
+}
+
+bool takeFirstValue(const char *text, char *out, uint32_t size)
+{
+    const std::string_view value = zema::Parts(text, ' ').next();
+    if (value.empty()) {
+        return false;
+    }
+    copyValue(out, size, value);
+    if (size > 0) {
+        dropNewline(out);
+    }
+    return true;
+}
+
+} // namespace
+
+uint32_t QX_UTL_GetOptionValue(const char *pcWan, const char *pcOption, OptionValueList *pstValues)
+{
+    if (pcWan == nullptr || pcOption == nullptr || pstValues == nullptr) {
+        return ZEMA_ERR;
+    }
+    const std::string_view option = pcOption;
+    const Lookup lookup = lookUpOption(pcWan, option, Nameless::isSkipped, [&](char *text) {
+        return takeValues(text, option == "tr069srv", *pstValues);
+    });
+    if (lookup == Lookup::noValue) {
+        report(__LINE__, ZEMA_ERR);
+    }
+    return acceptIf(lookup == Lookup::done);
+}
+
+uint32_t QX_UTL_GetDhcpHdrOptValue(const char *pcWan, const char *pcOption, char *pcValue, uint32_t ulSize)
+{
+    if (pcWan == nullptr || pcOption == nullptr || pcValue == nullptr) {
+        return ZEMA_ERR;
+    }
+    const Lookup lookup = lookUpOption(pcWan, pcOption, Nameless::endsLookup, [&](const char *text) {
+        return takeFirstValue(text, pcValue, ulSize);
+    });
+    if (lookup == Lookup::nameless) {
+        report(__LINE__, ZEMA_ERR);
+    }
+    if (lookup == Lookup::noValue) {
+        report(__LINE__, ZEMA_ERR);
+    }
+    return acceptIf(lookup == Lookup::done);
+}
+
+// ---- Parameter lists ----
+
+uint32_t QX_UTL_DBAppendAllList(const DbAppendRow *pstRows, uint32_t ulSize, void *pList)
+{
+    constexpr uint32_t kRefusedSize = 0xFFFFFFFF;
+
+    if (pstRows == nullptr || pList == nullptr || ulSize == kRefusedSize) {
+        report(__LINE__, zema::addressValue(pList));
+        return ZEMA_ERR;
+    }
+    for (const DbAppendRow &row : std::span(pstRows, ulSize / sizeof(DbAppendRow))) {
+        const uint32_t result =
+            QX_XML_DBAppendAllParaToParaList(pList, row.ulFirst, 0, row.ulThird, 0, row.ulSecond, 0);
+        if (result != ZEMA_OK) {
+            report(__LINE__, result);
+            report(__LINE__, row.ulFirst);
+            return result;
+        }
+    }
+    return ZEMA_OK;
+}
+
+// ---- Identifier pools ----
+
+namespace {
+
+// Every identifier is free, the lowest one on top.
+void fillStack(IndexArray &pool)
+{
+    std::iota(pool.pusFree, pool.pusFree + pool.usCapacity, uint16_t{1});
+    pool.usUsed = 0;
+}
+
+} // namespace
+
+uint32_t QX_UTL_InitIndexArray(IndexArray *pstPool)
+{
+    if (pstPool == nullptr || pstPool->usCapacity == 0) {
+        return ZEMA_ERR;
+    }
+    if (pstPool->usInitialised != 0) {
+        return ZEMA_OK;
+    }
+    const auto size = static_cast<uint32_t>(pstPool->usCapacity * sizeof(uint16_t));
+    pstPool->pusFree = static_cast<uint16_t *>(QX_OS_MemMallocD(size));
+    if (pstPool->pusFree == nullptr) {
+        reportDetail(__LINE__, pstPool->usCapacity);
+        return ZEMA_ERR;
+    }
+    fillStack(*pstPool);
+    pstPool->usInitialised = 1;
+    return ZEMA_OK;
+}
+
+uint32_t QX_UTL_NewIndex(IndexArray *pstPool, uint16_t *pusId)
+{
+    if (pstPool == nullptr || pusId == nullptr) {
+        report(__LINE__, ZEMA_ERR);
+        return ZEMA_ERR;
+    }
+    if (pstPool->usInitialised == 0) {
+        (void)QX_UTL_InitIndexArray(pstPool);
+    }
+    if (pstPool->usUsed >= pstPool->usCapacity) {
+        (void)QX_PROC_DBG_LastWord(kFile, __LINE__, ZEMA_ERR, pstPool->usUsed, pstPool->usCapacity, 0, 0);
+        return ZEMA_ERR;
+    }
+    if (pstPool->pusFree == nullptr) {
+        report(__LINE__, ZEMA_ERR);
+        return ZEMA_ERR;
+    }
+    *pusId = pstPool->pusFree[pstPool->usUsed++];
+    return ZEMA_OK;
+}
+
+uint32_t QX_UTL_FreeIndex(IndexArray *pstPool, uint16_t usId)
+{
+    if (pstPool == nullptr) {
+        report(__LINE__, ZEMA_ERR);
+        return ZEMA_ERR;
+    }
+    if (pstPool->usUsed == 0) {
+        return ZEMA_OK;
+    }
+    if (usId == 0 || usId > pstPool->usCapacity) {
+        (void)QX_PROC_DBG_LastWord(kFile, __LINE__, ZEMA_ERR, usId, pstPool->usCapacity, pstPool->usUsed, 0);
+        return ZEMA_OK;
+    }
+    pstPool->pusFree[--pstPool->usUsed] = usId;
+    return ZEMA_OK;
+}
+
+uint32_t QX_UTL_FreeAllIndex(IndexArray *pstPool)
+{
+    if (pstPool == nullptr) {
+        report(__LINE__, ZEMA_ERR);
+        return ZEMA_ERR;
+    }
+    if (pstPool->usUsed != 0) {
+        fillStack(*pstPool);
+    }
     return ZEMA_OK;
 }

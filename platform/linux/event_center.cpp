@@ -111,3 +111,10 @@ uint32_t EventCenter_GlobalInvokeEvent2(uint32_t event, void *data, uint32_t siz
     qx::deliver(event, data);
     return result;
 }
+
+uint32_t EventCenter_InvokeEvent(uint32_t event, uintptr_t parameter, uintptr_t /*reserved1*/,
+                                 uintptr_t /*reserved2*/)
+{
+    qx::deliver(event, reinterpret_cast<void *>(parameter));
+    return QX_OK;
+}

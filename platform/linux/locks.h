@@ -13,6 +13,7 @@ enum class LockId {
     procedures,
     terminals,
     kernel,
+    lists,
     join,
     roles,
     peers,

@@ -69,6 +69,12 @@ row "two verbs" 2 'exclude' -c 'fw show all' words
 row "json without a command" 2 'goes with' --json
 row "following what has no end" 2 'goes with' -f words
 row "words with words" 2 'takes no words' words fw
+row "devices with words" 2 'takes no words' devices lo
+row "options of nothing" 2 'takes a connection' options --json
+row "options of a connection that is not there" 3 'No such file' options no-such-connection name
+row "the machine's devices" 0 '^lo +1 ' devices
+row "the machine's devices as objects" 0 . devices --json
+expect "their fields" json '.name == "lo" and .index == 1 and .address == "127.0.0.1" and .mask == "255.0.0.0"'
 row "the manual" 0 'Exit status' --help
 row "more strings than receivers take" 2 'do not fit' usr $(seq 40)
 row "nobody there" 3 'nobody there' -c 'fw show all'

@@ -1,8 +1,12 @@
 // The operator's console: options, and what they ask for.
+#include "check.h"
 #include "console.h"
+#include "devices.h"
+#include "options.h"
 #include "qx/host.h"
 #include "records.h"
 #include "signals.h"
+#include "tables.h"
 #include "text.h"
 
 #include <algorithm>
@@ -11,7 +15,9 @@
 #include <cstdio>
 #include <getopt.h>
 #include <optional>
+#include <string>
 #include <unistd.h>
+#include <vector>
 
 namespace zemash {
 namespace {
@@ -21,6 +27,10 @@ constexpr char kHelp[] = R"(usage: zemash [-t N] [-d] [--wait MS]              a
        zemash [-t N] [--wait MS] [--json] words
        zemash [-t N] [--wait MS] [--json] usr [WORD]...
        zemash records [-f] [--json]
+       zemash tables [--layer] [--json] [TABLE [INDEX]]
+       zemash devices [--json]
+       zemash options [--json] WAN [NAME]
+       zemash check [--json] KIND VALUE
 
 The operator's console of the zema service. It is terminal N: commands are sent in its name, and what processes
 print on terminal N appears here, whenever it comes.
@@ -29,8 +39,9 @@ print on terminal N appears here, whenever it comes.
   -c, --command CMD  runs one command and exits with its result
   -d, --debug        debug commands instead of display commands
   -w, --wait MS      how long a command waits for processes that do not finish; 2000 when not given
-  -j, --json         one JSON object instead of text
+  -j, --json         JSON instead of text
   -f, --follow       records: goes on with new ones until Ctrl-C
+  -l, --layer        tables: items are layer records, whose headers are decoded
   -h, --help         this text
   -V, --version      the version
 
@@ -38,6 +49,17 @@ words lists the command words that modules have registered. usr walks the comman
 level, "usr WORD... ?" tells what a node takes, "usr WORD... ARGUMENT..." executes one. records shows what failures
 left in every process, dead ones too: time, process, its identifier, source line, five values of which the first is
 the failure's code.
+
+tables looks into the shared tables, which the service's main process owns, and changes nothing: all tables with the
+number of their items, the items of one with their lengths, or one item's bytes.
+
+devices shows the machine's network devices as the library sees them: name, kernel index, up or down, hardware
+address, IPv4 address and mask, and the private flag that zemad keeps. options shows the options of the connection
+WAN, from the file /var/wan/WAN/config, with their values; with NAME only that one's values, one a line.
+
+check asks the library whether it takes a value (behind -- when it begins with a hyphen): ipv4, host (an address that
+a host may have), mask, host-with-mask (ADDRESS/MASK), ipv6, ipv6-mask, mac, domain, range (START-END), number. A
+rejected one is told what is wanted and what the library recorded. Nobody else needs to run.
 
 A command ends when every process that received it is done with it. A process that does not finish in time, or dies,
 is named on standard error.
@@ -48,18 +70,21 @@ Ctrl-D, exit and quit leave. enable and disable switch between debug commands (p
 ~/.local/state/zema/history. When standard input is no terminal, each line is a command, and the exit status is the
 last one's.
 
-Exit status: 0 answered; 1 the service refused the command; 2 wrong use; 3 no answer, or not all of it: nobody there,
-no process printed anything, one did not finish or died.
+Exit status: 0 answered, or accepted; 1 the service refused the command, there is no such table, item or option, or the
+value is rejected; 2 wrong use; 3 no answer, or not all of it: nobody there, no process printed anything, one did not
+finish or died.
 
 With --json a command prints one object: command, terminal, entry (display, debug, words, tree), result (of the
 remote procedure, null when there is none), exit, output (all that was printed on the terminal meanwhile), answers
 (for each process that received the command or printed: pid, process, state, text; the state is done, waiting, died,
-or other for one that only printed). records prints one object a line: time (UTC), process, pid, thread, alive,
-number, file, line, values. Bytes that are no UTF-8 appear as U+FFFD.
+or other for one that only printed). The others print one object a line. records: time (UTC), process, pid, thread,
+alive, number, file, line, values. tables: table, items; or table, index, length; or table, index, length, hex; with
+--layer also layer (index, state, state2Jiffies, state3Jiffies, table, visible; null for a shorter item). devices:
+name, index, status (up, down), mac, address, mask, flag (null for what a device has not). options: option, values.
+check: kind, value, accepted, wanted, records. Bytes that are no UTF-8 appear as U+FFFD.
 
 Processes meet in a runtime directory: $ZEMA_RUNTIME_DIR, else /run/zema for root, else $XDG_RUNTIME_DIR/zema.
 )";
-
 constexpr uint32_t kMaxTerminal = 65534;
 constexpr uint32_t kMaxWaitMs = 3'600'000;
 
@@ -69,21 +94,19 @@ struct Options {
     bool debug = false;
     bool json = false;
     bool follow = false;
-    bool records = false;
+    bool layer = false;
+    const struct Verb *listing = nullptr; // what needs no terminal
+    std::vector<std::string> words;       // behind it
     std::optional<std::string> command;
     std::optional<int> exit; // nothing more to do
 };
 
 constexpr option kOptions[] = {
-    {"terminal", required_argument, nullptr, 't'},
-    {"command", required_argument, nullptr, 'c'},
-    {"debug", no_argument, nullptr, 'd'},
-    {"wait", required_argument, nullptr, 'w'},
-    {"json", no_argument, nullptr, 'j'},
-    {"follow", no_argument, nullptr, 'f'},
-    {"help", no_argument, nullptr, 'h'},
-    {"version", no_argument, nullptr, 'V'},
-    {nullptr, 0, nullptr, 0},
+    {"terminal", required_argument, nullptr, 't'}, {"command", required_argument, nullptr, 'c'},
+    {"debug", no_argument, nullptr, 'd'},          {"wait", required_argument, nullptr, 'w'},
+    {"json", no_argument, nullptr, 'j'},           {"follow", no_argument, nullptr, 'f'},
+    {"layer", no_argument, nullptr, 'l'},          {"help", no_argument, nullptr, 'h'},
+    {"version", no_argument, nullptr, 'V'},        {nullptr, 0, nullptr, 0},
 };
 
 int misuse(const std::string &what)
@@ -134,6 +157,9 @@ void takeOption(Options &options, int letter)
     case 'f':
         options.follow = true;
         return;
+    case 'l':
+        options.layer = true;
+        return;
     case 'h':
         options.exit = tell(kHelp);
         return;
@@ -148,18 +174,73 @@ void takeOption(Options &options, int letter)
 void takeOptions(Options &options, int argc, char **argv)
 {
     for (int letter = 0; !options.exit && letter >= 0;) {
-        letter = getopt_long(argc, argv, "+t:c:dw:jfhV", kOptions, nullptr);
+        letter = getopt_long(argc, argv, "+t:c:dw:jflhV", kOptions, nullptr);
         if (letter >= 0) {
             takeOption(options, letter);
         }
     }
 }
 
-// What stands behind the options: words, records (both with options behind them), or a tree walk to the end.
+int showAllRecords(const Options &options)
+{
+    return showRecords(options.json, options.follow);
+}
+
+int showAllDevices(const Options &options)
+{
+    return showDevices(options.json);
+}
+
+int showSomeOptions(const Options &options)
+{
+    return showOptions(options.words, options.json);
+}
+
+int checkGiven(const Options &options)
+{
+    return checkValue(options.words[0], options.words[1], options.json);
+}
+
+int showSomeTables(const Options &options)
+{
+    TableQuery query{.table = {}, .index = {}, .layer = options.layer, .json = options.json};
+    std::optional<uint32_t> *const places[] = {&query.table, &query.index};
+    for (size_t i = 0; i < options.words.size(); ++i) {
+        *places[i] = numberUpTo(options.words[i], UINT32_MAX);
+        if (!*places[i]) {
+            return misuse("tables takes numbers");
+        }
+    }
+    return showTables(query);
+}
+
+// What may stand behind the options: a word, with so many others behind it, between options of its own.
+struct Verb {
+    std::string_view word;
+    size_t least;
+    size_t most;
+    const char *use;
+    int (*show)(const Options &options); // null: it is a command
+};
+
+constexpr size_t kAnyNumber = SIZE_MAX;
+
+constexpr Verb kVerbs[] = {
+    {"words", 0, 0, "takes no words", nullptr},
+    {"usr", 0, kAnyNumber, "", nullptr},
+    {"records", 0, 0, "takes no words", showAllRecords},
+    {"tables", 0, 2, "takes a table and an index at most", showSomeTables},
+    {"devices", 0, 0, "takes no words", showAllDevices},
+    {"options", 1, 2, "takes a connection and at most one name", showSomeOptions},
+    {"check", 2, 2, "takes a kind and a value", checkGiven},
+};
+
 void takeVerb(Options &options, int argc, char **argv)
 {
     const std::string_view verb = argv[optind];
-    if (verb != "words" && verb != "records" && verb != "usr") {
+    const auto *const row = std::find_if(std::begin(kVerbs), std::end(kVerbs),
+                                         [&](const Verb &each) { return each.word == verb; });
+    if (row == std::end(kVerbs)) {
         options.exit = misuse("unknown word \"" + tools::harmless(verb) + "\"");
         return;
     }
@@ -167,20 +248,25 @@ void takeVerb(Options &options, int argc, char **argv)
         options.exit = misuse("-c and " + std::string(verb) + " exclude each other");
         return;
     }
-    options.records = verb == "records";
     if (verb == "usr") {
         for (options.command = "usr"; ++optind < argc;) {
             *options.command += " " + std::string(argv[optind]);
         }
         return;
     }
-    if (!options.records) {
-        options.command = verb;
-    }
     ++optind;
     takeOptions(options, argc, argv);
-    if (!options.exit && optind < argc) {
-        options.exit = misuse(std::string(verb) + " takes no words");
+    while (!options.exit && optind < argc) {
+        options.words.emplace_back(argv[optind++]);
+        takeOptions(options, argc, argv);
+    }
+    if (!options.exit && (options.words.size() < row->least || options.words.size() > row->most)) {
+        options.exit = misuse(std::string(verb) + " " + row->use);
+    }
+    if (row->show != nullptr) {
+        options.listing = row;
+    } else {
+        options.command = verb;
     }
 }
 
@@ -191,11 +277,15 @@ Options parse(int argc, char **argv)
     if (!options.exit && optind < argc) {
         takeVerb(options, argc, argv);
     }
-    if (!options.exit && options.follow && !options.records) {
+    const std::string_view listing = options.listing != nullptr ? options.listing->word : "";
+    if (!options.exit && options.follow && listing != "records") {
         options.exit = misuse("-f goes with records");
     }
-    if (!options.exit && options.json && !options.command && !options.records) {
-        options.exit = misuse("--json goes with a command or records");
+    if (!options.exit && options.layer && listing != "tables") {
+        options.exit = misuse("--layer goes with tables");
+    }
+    if (!options.exit && options.json && !options.command && listing.empty()) {
+        options.exit = misuse("--json goes with a command or a listing");
     }
     return options;
 }
@@ -227,6 +317,12 @@ int runOnTerminal(const Options &options)
                            : Console(terminal, options.debug, options.waitMs).run();
 }
 
+int showListing(const Options &options)
+{
+    QxHost_SetTimeout(std::max(options.waitMs, 1U));
+    return options.listing->show(options);
+}
+
 } // namespace
 } // namespace zemash
 
@@ -238,7 +334,7 @@ int main(int argc, char **argv)
     if (options.exit) {
         return *options.exit;
     }
-    const int exit = options.records ? showRecords(options.json, options.follow) : runOnTerminal(options);
+    const int exit = options.listing == nullptr ? runOnTerminal(options) : showListing(options);
     QxHost_Leave();
     if (endSignal() != 0) {
         dieBy(endSignal());

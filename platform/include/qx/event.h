@@ -28,6 +28,12 @@ QX_API uint32_t EventCenter_RemoveEvent(uint32_t event, QxEventHandler handler);
  */
 QX_API uint32_t EventCenter_GlobalInvokeEvent2(uint32_t event, void *data, uint32_t size);
 
+/* Calls this process's subscribers of the event on the calling thread; their data is the parameter, a value
+ * rather than an address where the event says so. reserved1 and reserved2 are 0. 0, also when there is none.
+ * Any thread. */
+QX_API uint32_t EventCenter_InvokeEvent(uint32_t event, uintptr_t parameter, uintptr_t reserved1,
+                                        uintptr_t reserved2);
+
 QX_END_DECLS
 
 #endif

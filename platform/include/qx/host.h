@@ -150,6 +150,26 @@ QX_API uint32_t QxHost_FlowResult(const QxFlow *flow, uint32_t *result);
  * most max of them and returns how many there are. */
 QX_API uint32_t QxHost_FlowPeers(const QxFlow *flow, QxFlowPeer *peers, uint32_t max);
 
+/* ---- Parameter lists ----
+ *
+ * What QX_XML_DBAppendAllParaToParaList (qx/xml.h) appends to, and the host reads back. Any thread.
+ */
+
+typedef struct QxParaSelection {
+    uint32_t aulValue[6]; /* as they were appended, in this order */
+} QxParaSelection;
+
+typedef struct QxParaList QxParaList;
+
+/* A new, empty list; null when there is no memory. End it with QxHost_ParaListClose: 0, or QX_ERR_NOT_FOUND
+ * for what is no open list. */
+QX_API QxParaList *QxHost_ParaListOpen(void);
+QX_API uint32_t QxHost_ParaListClose(QxParaList *list);
+
+/* The list's selections in the order of their addition: copies at most max of them and returns how many there
+ * are; 0 for what is no open list. */
+QX_API uint32_t QxHost_ParaListRead(const QxParaList *list, QxParaSelection *selections, uint32_t max);
+
 /* ---- Last-word records ---- */
 
 typedef struct QxRecord {

@@ -9,6 +9,7 @@
 #include "qx/event.h"
 #include "qx/feature.h"
 #include "qx/hashtable.h"
+#include "qx/file.h"
 #include "qx/hlp.h"
 #include "qx/list.h"
 #include "qx/memory.h"
@@ -16,5 +17,6 @@
 #include "qx/process.h"
 #include "qx/socket.h"
 #include "qx/text.h"
+#include "qx/xml.h"
 
 #endif

@@ -1,0 +1,20 @@
+// The watching host's own sockets, files, shell, owner of the data and configuration database.
+#pragma once
+
+#include "tests/support/platform_double.h"
+
+namespace zema::test {
+
+struct System {
+    std::string root; // what the paths of files begin with in truth
+    std::string
+        answer; // the kernel's to requests: what stands behind the name, or name and all if long enough
+    std::string listing; // what the shell's commands write
+    static System &instance();
+};
+
+// The calls as text, "; " between them: function, numbers in hexadecimal (of a record without the zeros at
+// its end), bytes; without those that only compute or read.
+std::string textOf(const std::vector<Call> &calls);
+
+} // namespace zema::test

@@ -75,6 +75,31 @@ row "options of a connection that is not there" 3 'No such file' options no-such
 row "the machine's devices" 0 '^lo +1 ' devices
 row "the machine's devices as objects" 0 . devices --json
 expect "their fields" json '.name == "lo" and .index == 1 and .address == "127.0.0.1" and .mask == "255.0.0.0"'
+while read -r kind accepted rejected; do
+    row "a good $kind" 0 '^accepted$' check "$kind" "$accepted"
+    row "a bad $kind" 1 '^rejected: wanted is ' check "$kind" "$rejected"
+done <<'TEXT'
+ipv4 010.1.2.3 1.2.3
+host 192.168.1.1 127.0.0.1
+mask 255.255.254.0 255.0.255.0
+host-with-mask 10.0.0.1/255.255.255.0 10.0.0.255/255.255.255.0
+ipv6 2001:db8::1 ff02::1
+ipv6-mask ffff:fe00:: ffff:0:ffff::
+mac 0:1:2:3:4:5 00-11-22-33-44-55
+domain a-.b a..b
+range 10.0.0.1-10.0.0.9 10.0.0.9-10.0.0.1
+number 007 7a
+TEXT
+row "what the library records of a value" 1 '^recorded: qx_util_common.cpp:[0-9]+ 1 0 0 0 0$' check ipv6 ::1
+row "a value as an object" 1 . check --json mac ''
+expect "its fields" json '.kind == "mac" and .value == "" and .accepted == false and .records[0].values == [1, 0, 0, 0, 0]'
+row "a value with a hyphen" 1 '^rejected' check number -- -5
+row "an unknown kind" 2 'unknown kind' check ip 1.2.3.4
+row "a kind alone" 2 'takes a kind and a value' check ipv4
+zemash records >"$scratch/out" 2>"$scratch/err"
+expect "a value that is tried is no fault of the service" test ! -s "$scratch/out"
+row "tables of nobody" 3 'no live process' tables
+row "a table that is no number" 2 'takes numbers' tables x
 row "the manual" 0 'Exit status' --help
 row "more strings than receivers take" 2 'do not fit' usr $(seq 40)
 row "nobody there" 3 'nobody there' -c 'fw show all'
@@ -84,6 +109,19 @@ hostile=$'m\x1b]\xff"'
 start_service zemad
 start_service forwarding_module --name "$hostile" --words fw,usr
 module=${pids[-1]}
+
+"${emulator[@]}" "$bin/layer_client" save 7 wan7 >"$scratch/out"
+"${emulator[@]}" "$bin/layer_client" save 8 wan8 hidden >"$scratch/out"
+row "the tables" 0 '^table 2: 2 items$' tables
+row "a table's items" 0 '^index 8: 40 bytes$' tables 2
+row "an item" 0 '^00000010 ( ..){4} 01 00 00 00 77 61 6e 37 .*[|]........wan7....[|]$' tables 2 7
+row "no such table" 1 'no such table or item' tables 99
+row "no such item" 1 'no such table or item' tables 2 9
+row "looking makes no table" 0 . tables --json
+expect "there is the one" test "$(cat "$scratch/out")" = '{"table": 2, "items": 2}'
+row "layer records" 0 '^table 2 index 8: state 2, .* hidden$' tables --layer 2
+row "a layer record as an object" 0 . tables --json --layer 2 7
+expect "its fields" json '.length == 40 and .layer.index == 7 and .layer.visible and (.hex | length) == 80'
 
 row "an answer" 0 'queries' -t 3 -c 'fw show all'
 expect "no control character of a process reaches the terminal" grep -qaF 'm\x1b]\xff"' "$scratch/out"

@@ -235,6 +235,21 @@ constexpr Verb kVerbs[] = {
     {"check", 2, 2, "takes a kind and a value", checkGiven},
 };
 
+// Words with options among them, but none behind --.
+void takeWords(Options &options, int argc, char **argv)
+{
+    bool more = true;
+    do {
+        if (more) {
+            takeOptions(options, argc, argv);
+            more = std::string_view(argv[optind - 1]) != "--";
+        }
+        if (!options.exit && optind < argc) {
+            options.words.emplace_back(argv[optind++]);
+        }
+    } while (!options.exit && optind < argc);
+}
+
 void takeVerb(Options &options, int argc, char **argv)
 {
     const std::string_view verb = argv[optind];
@@ -255,11 +270,7 @@ void takeVerb(Options &options, int argc, char **argv)
         return;
     }
     ++optind;
-    takeOptions(options, argc, argv);
-    while (!options.exit && optind < argc) {
-        options.words.emplace_back(argv[optind++]);
-        takeOptions(options, argc, argv);
-    }
+    takeWords(options, argc, argv);
     if (!options.exit && (options.words.size() < row->least || options.words.size() > row->most)) {
         options.exit = misuse(std::string(verb) + " " + row->use);
     }

@@ -211,7 +211,7 @@ uint32_t lookUp(const std::string &process, const std::string &keyword)
     return QX_UTL_GetPid(process.c_str(), keyword.c_str(), &pid) == 0 ? pid : 0;
 }
 
-// On a terminal of this process's own, for ps lists what runs on one.
+// On a terminal of this process's own, for ps lists what runs on one. Their arguments are in no other column.
 std::array<uint32_t, 3> startProcesses()
 {
     int master = -1;
@@ -222,7 +222,7 @@ std::array<uint32_t, 3> startProcesses()
     for (const size_t i : {0U, 1U, 2U}) {
         const pid_t pid = fork();
         if (pid == 0) {
-            execl("/bin/sleep", i == 2 ? "upsd" : "wanmgr", i == 0 ? "31" : "32", nullptr);
+            execl("/bin/sleep", i == 2 ? "upsd" : "wanmgr", i == 0 ? "31s" : "32s", nullptr);
             _exit(1);
         }
         pids[i] = static_cast<uint32_t>(pid);
@@ -235,16 +235,16 @@ TEST(Kernel, ListsProcessesToTheRealShell)
     inNamespaces("ps grep", [] {
         ASSERT_TRUE(runs("mkdir /var/here") && chdir("/var/here") == 0);
         const auto pids = startProcesses();
-        EXPECT_TRUE(eventually([] { return lookUp("wanmgr", "31") != 0 && lookUp("wanmgr", "32") != 0; }));
-        EXPECT_EQ(lookUp("wanmgr 3", "3[2]"), pids[1]) << "a blank is part of a pattern";
-        EXPECT_EQ(lookUp("upsd", "32") + lookUp("wanmgr", "33"), 0U) << "a line with ps in it, and none";
+        EXPECT_TRUE(eventually([] { return lookUp("wanmgr", "31s") != 0 && lookUp("wanmgr", "32s") != 0; }));
+        EXPECT_EQ(lookUp("wanmgr 3", "3[2]s"), pids[1]) << "a blank is part of a pattern";
+        EXPECT_EQ(lookUp("upsd", "32s") + lookUp("wanmgr", "33s"), 0U) << "a line with ps in it, and none";
         const auto repeat = [&](size_t i, const char *keyword) {
             for (int round = 0; round < 10; ++round) {
                 EXPECT_EQ(lookUp("wanmgr", keyword), pids[i]);
             }
         };
-        std::thread other(repeat, 1, "32");
-        repeat(0, "31");
+        std::thread other(repeat, 1, "32s");
+        repeat(0, "31s");
         other.join();
         std::string texts[6]; // with every byte but "/", which is no part of a file's name
         for (int byte = 1; byte < 256; ++byte) {

@@ -1,9 +1,10 @@
-// The bus beside bare sockets and D-Bus: a request and its reply, an event to eight processes, a whole
-// command.
+// The bus beside bare sockets and D-Bus: a request and its reply, a read of a shared table, an
+// event to eight processes, a whole command.
 #include "peers.h"
 
 #include "qx/host.h"
 #include "qx/qx.h"
+#include "table_service.h"
 #include "zema/zema.h"
 
 #include <array>
@@ -90,6 +91,55 @@ void RequestDBus(benchmark::State &state)
     }
 }
 BENCHMARK(RequestDBus);
+
+// ---- Reading an item of a table that another process owns ----
+
+constexpr uint32_t kTable = 9;
+constexpr uint32_t kReadWords = 3;
+constexpr uint32_t kMaxItem = 65535;
+
+std::array<char, kMaxItem> item;
+
+void ReadBus(benchmark::State &state)
+{
+    const auto size = static_cast<uint32_t>(state.range(0));
+    Processes processes;
+    processes.start([size] {
+        QxHost_ServeSync(tools::serveTables, nullptr);
+        MultiHashtable_SaveData(kTable, 1, item.data(), size);
+        serveBus();
+    });
+    while (state.KeepRunning()) {
+        if (MultiHashtableEx_GetData(kTable, 1, item.data(), size) != ZEMA_OK) {
+            state.SkipWithError("not read");
+        }
+    }
+}
+BENCHMARK(ReadBus)->Arg(64)->Arg(kMaxItem);
+
+void ReadBare(benchmark::State &state)
+{
+    const auto size = static_cast<size_t>(state.range(0));
+    std::array<int, 2> ends{};
+    socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends.data());
+    Processes processes;
+    processes.start([&] {
+        std::array<char, kHeaderSize + kReadWords * sizeof(uint32_t)> request{};
+        static std::array<char, kHeaderSize + kMaxItem> reply;
+        tally().ready++;
+        while (recv(ends[1], request.data(), request.size(), 0) > 0) {
+            send(ends[1], reply.data(), kHeaderSize + size, 0);
+        }
+    });
+    static std::array<char, kHeaderSize + kMaxItem> bytes;
+    while (state.KeepRunning()) {
+        send(ends[0], bytes.data(), kHeaderSize + kReadWords * sizeof(uint32_t), 0);
+        benchmark::DoNotOptimize(recv(ends[0], bytes.data(), bytes.size(), 0));
+    }
+    close(ends[0]);
+    close(ends[1]);
+}
+BENCHMARK(ReadBare)->Arg(64)->Arg(kMaxItem);
 
 // ---- An event to eight processes, until the last of them has handled it ----
 

@@ -84,6 +84,15 @@ type_in() {
     echo "  exit status $code"
 }
 
+# run PROGRAM [ARGUMENT]...: runs it to its end; its output is in $out, its exit status in $code.
+run() {
+    echo "\$ $*"
+    code=0
+    out=$("$bin/$1" "${@:2}" 2>&1) || code=$?
+    show <<<"$out"
+    echo "  exit status $code"
+}
+
 hlp_count() { [ "$(grep -c '^HLP message' "$scratch/kernel_side.log")" -eq "$1" ]; }
 
 title "The processes of the service, in $ZEMA_RUNTIME_DIR"
@@ -181,6 +190,59 @@ echo "\$ zemash records | grep dead"
 out=$("$bin/zemash" records | grep dead) || true
 show <<<"$out"
 check "the dead module's records are still there" out_has "$victim (dead)"
+
+title "Shared tables: zemad owns them, other processes save and read layer records"
+run layer_client save 1 wan1
+check "saved" exited 0
+run layer_client save 2 wan2 hidden
+check "saved" exited 0
+run layer_client save-off-thread 3 wan3
+check "a save from another thread draws the warning" \
+    out_has "[WARNNING] TableId=TABLE_OF_IPV4IF save not in zema main thread"
+check "and a back trace" out_has "Call stack of thread"
+check "and is carried out" out_has "saved interface 3"
+run layer_client list
+check "the listing has the first record" out_has "interface 1: wan1, state 2"
+check "and the third" out_has "interface 3: wan3, state 2"
+check "but not the hidden one" out_has "2 visible"
+type_in tables
+check "the operator sees the table" out_has "table 2: 3 items"
+type_in tables --layer 2
+check "with the hidden record" out_has "table 2 index 2: state 2"
+type_in tables 2 1
+check "and its bytes" out_has "|........wan1....|"
+
+title "The owner is killed, and comes back"
+echo "\$ layer_client keep 4 wan4 &"
+: >"$scratch/client.log"
+"$bin/layer_client" keep 4 wan4 >"$scratch/client.log" 2>&1 &
+pids[client]=$!
+check "a client saves again and again" eventually in_file "$scratch/client.log" "saving works"
+echo "\$ kill -KILL ${pids[zemad]}"
+disown "${pids[zemad]}"
+kill -KILL "${pids[zemad]}"
+unset 'pids[zemad]'
+check "without an owner its saves fail, at once" eventually in_file "$scratch/client.log" "saving fails"
+type_in tables
+check "and the operator is told so" out_has "no live process"
+start zemad zemad
+works_again() { [ "$(grep -c 'saving works' "$scratch/client.log")" -eq 2 ]; }
+check "the same client goes on with the new owner" eventually works_again
+type_in tables
+check "whose tables are new" out_has "table 2: 1 item"
+show <"$scratch/client.log"
+disown "${pids[client]}"
+kill -KILL "${pids[client]}"
+unset 'pids[client]'
+
+title "The library's validators and devices, from the shell"
+type_in check host-with-mask 192.168.1.255/255.255.255.0
+check "a broadcast address is no host's" exited 1
+type_in check ipv6 ::1
+check "the loopback address is refused" exited 1
+check "with what the library recorded" out_has "recorded: qx_util_common.cpp:"
+type_in devices
+check "the loopback device is there" out_has "127.0.0.1"
 
 title "The end"
 for name in "${!pids[@]}"; do

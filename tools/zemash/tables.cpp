@@ -174,7 +174,7 @@ uint32_t showAll(const TableQuery &query)
         if (query.json) {
             std::puts(JsonObject().number("table", row.key).number("items", row.value).str().c_str());
         } else {
-            std::printf("table %u: %u items\n", row.key, row.value);
+            std::printf("table %u: %u item%s\n", row.key, row.value, row.value == 1 ? "" : "s");
         }
     }
     return listed;

@@ -1,61 +1,38 @@
-// How long the items of a table are. Callers keep to one length a table, so that the word of the table's
-// owner is all there is to know and an item costs nothing; items of another length are listed, by index, in a
-// table that the owner's pointer holds. An empty item is always listed: the word is 0 while no length is
-// known.
+// How long the items of a table are, as MultiHashtable_GetLength reads it. Callers keep to one length a
+// table, so that the word of the table's owner is all there is to know and an item costs nothing; items of
+// another length are listed, by index, in a table that the owner's pointer holds. An empty item is always
+// listed: the word is 0 while no length is known.
 #pragma once
 
 #include "qx/hashtable.h"
 
 namespace zema {
 
-class ItemLengths {
-public:
-    explicit ItemLengths(Hashtable &table) : table_(table) {}
-
-    // The length of an item that is in the table.
-    uint32_t of(uint32_t index) const
-    {
-        return others() == nullptr ? table_.ulOwner : listed(index);
+// An item that its table's owner removed by itself may still be listed.
+inline void forgetLength(const Hashtable &table, uint32_t index)
+{
+    if (auto *const others = static_cast<Hashtable *>(table.pvOwner)) {
+        (void)others->pfnRemove(others, index, nullptr, 0);
     }
+}
 
-    // False when there is no memory to list it.
-    bool note(uint32_t index, uint32_t length)
-    {
-        forget(index); // an item that was removed past the library
-        if (table_.ulOwner == 0) {
-            table_.ulOwner = length;
-        }
-        if (length == table_.ulOwner && length != 0) {
-            return true;
-        }
-        if (others() == nullptr) {
-            Hashtable *made = nullptr;
-            table_.pvOwner = Hashtable_Create(&made, 0, 0);
-        }
-        return others() != nullptr &&
-               others()->pfnPut(others(), index, reinterpret_cast<void *>(uintptr_t{length})) == 0;
+// False when there is no memory to list the item.
+inline bool noteLength(Hashtable &table, uint32_t index, uint32_t length)
+{
+    forgetLength(table, index);
+    if (table.ulOwner == 0) {
+        table.ulOwner = length;
     }
-
-    void forget(uint32_t index)
-    {
-        if (others() != nullptr) {
-            (void)others()->pfnRemove(others(), index, nullptr, 0);
-        }
+    if (length == table.ulOwner && length != 0) {
+        return true;
     }
-
-private:
-    [[gnu::cold]] uint32_t listed(uint32_t index) const
-    {
-        void *length = nullptr;
-        if (others()->pfnGet(others(), index, &length) != 0) {
-            return table_.ulOwner;
-        }
-        return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(length));
+    if (table.pvOwner == nullptr) {
+        Hashtable *made = nullptr;
+        table.pvOwner = Hashtable_Create(&made, 0, 0);
     }
-
-    Hashtable *others() const { return static_cast<Hashtable *>(table_.pvOwner); }
-
-    Hashtable &table_;
-};
+    auto *const others = static_cast<Hashtable *>(table.pvOwner);
+    return others != nullptr &&
+           others->pfnPut(others, index, reinterpret_cast<void *>(uintptr_t{length})) == 0;
+}
 
 } // namespace zema

@@ -11,8 +11,6 @@ constinit Hashtable *g_MultiHashtable = nullptr;
 
 namespace {
 
-using zema::ItemLengths;
-
 void report(uint32_t line, uint32_t code, uint32_t detail1 = 0, uint32_t detail2 = 0, uint32_t detail3 = 0)
 {
     (void)QX_PROC_DBG_LastWord(zema::baseName(__FILE__), line, code, detail1, detail2, detail3, 0);
@@ -78,7 +76,7 @@ uint32_t MultiHashtable_SaveData(uint32_t ulTableId, uint32_t ulIndex, const voi
     }
     void *item = nullptr;
     if (table->pfnGet(table, ulIndex, &item) == 0) {
-        const uint32_t length = ItemLengths(*table).of(ulIndex);
+        const uint32_t length = MultiHashtable_GetLength(table, ulIndex);
         if (ulLen > length) [[unlikely]] {
             report(__LINE__, ZEMA_ERR, ulIndex, ulLen, length);
             return ZEMA_ERR;
@@ -110,7 +108,7 @@ uint32_t MultiHashtable_AddData(Hashtable *pstTable, uint32_t ulIndex, const voi
         return result;
     }
     item.release();
-    if (!ItemLengths(*pstTable).note(ulIndex, ulLen)) {
+    if (!zema::noteLength(*pstTable, ulIndex, ulLen)) {
         report(__LINE__, ZEMA_ERR, ulIndex);
         (void)pstTable->pfnRemove(pstTable, ulIndex, MultiHashtable_ReleaseData, 0);
         return ZEMA_ERR;
@@ -133,7 +131,7 @@ uint32_t MultiHashtable_GetData(uint32_t ulTableId, uint32_t ulIndex, void *pBuf
         report(__LINE__, result);
         return result;
     }
-    const uint32_t length = ItemLengths(*table).of(ulIndex);
+    const uint32_t length = MultiHashtable_GetLength(table, ulIndex);
     if (ulLen > length) [[unlikely]] {
         report(__LINE__, ZEMA_ERR, ulIndex, ulLen, length);
         return ZEMA_ERR;
@@ -153,7 +151,7 @@ uint32_t MultiHashtable_DeleteData(uint32_t ulTableId, uint32_t ulIndex)
         report(__LINE__, result);
         return result;
     }
-    ItemLengths(*table).forget(ulIndex);
+    zema::forgetLength(*table, ulIndex);
     return ZEMA_OK;
 }
 

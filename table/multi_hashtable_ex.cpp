@@ -109,7 +109,7 @@ uint32_t MultiHashtableEx_GetIndexList(uint32_t ulTableId, uint32_t *pulIndexes,
     }
     const uint32_t room = std::max(cut(reply.size()) / kWord, 1U) - 1;
     *pulCount = std::min(words[0], room);
-    (void)memcpy_s(pulIndexes, ulMax * kWord, words + 1, *pulCount * kWord);
+    (void)memcpy_s(pulIndexes, size_t{ulMax} * kWord, words + 1, size_t{*pulCount} * kWord);
     return ZEMA_OK;
 }
 

@@ -50,6 +50,19 @@ ZEMA_API uint32_t MultiHashtable_GetData(uint32_t ulTableId, uint32_t ulIndex, v
 /* Deletes the item. The code of pfnRemove, recorded, when there is none. */
 ZEMA_API uint32_t MultiHashtable_DeleteData(uint32_t ulTableId, uint32_t ulIndex);
 
+/* The length of an item that is in the table: that of its first save. The table's owner's words hold it: one
+ * length for all, and those of the items that differ in a table of their own. */
+static inline uint32_t MultiHashtable_GetLength(const Hashtable *pstTable, uint32_t ulIndex)
+{
+    Hashtable *pstOthers = (Hashtable *)pstTable->pvOwner;
+    void *pLength;
+
+    if (pstOthers && pstOthers->pfnGet(pstOthers, ulIndex, &pLength) == 0) {
+        return (uint32_t)(uintptr_t)pLength;
+    }
+    return pstTable->ulOwner;
+}
+
 /* Gives an item's block back: what a table's pfnRemove is handed. */
 ZEMA_API uint32_t MultiHashtable_ReleaseData(void *pItem);
 

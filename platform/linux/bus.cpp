@@ -2,6 +2,7 @@
 
 #include "platform/linux/connection.h"
 #include "platform/linux/flow_context.h"
+#include "platform/linux/frame_io.h"
 #include "platform/linux/locks.h"
 #include "qx/diag.h"
 #include "qx/host.h"
@@ -23,6 +24,8 @@ namespace {
 constexpr uint32_t kMaxIncoming = 512;
 constexpr int kBacklog = 128;
 constexpr uint32_t kRegistryTimeoutMs = 2000;
+
+constexpr pthread_mutex_t kRecursiveLock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
 
 struct Incoming {
     Source source;
@@ -72,6 +75,7 @@ constinit StaticVec<RoleClaim> gOwnClaims; // LockId::join
 constinit std::array<pthread_mutex_t, kLockCount> gLocks = [] {
     std::array<pthread_mutex_t, kLockCount> locks{};
     locks.fill(PTHREAD_MUTEX_INITIALIZER);
+    locks[static_cast<size_t>(LockId::sync)] = kRecursiveLock;
     return locks;
 }();
 
@@ -191,6 +195,7 @@ void forgetRegistrations()
     forgetProcedures();
     forgetTerminals();
     forgetKernel();
+    forgetOwner();
     forgetRing();
     forgetRuntimeDir();
 }
@@ -213,6 +218,7 @@ void releaseLocks()
 void startAnewInChild()
 {
     releaseLocks();
+    lockOf(LockId::sync) = kRecursiveLock; // a recursive lock knows its thread, and that is the parent's
     gGeneration.fetch_add(1);
     closeFd(gBus.epollFd); // first: it is the parent's set too
     if (tHandling) {
@@ -311,6 +317,8 @@ Handled handle(const Arrival &arrival)
         return handleHlp(arrival);
     case FrameKind::done:
         return handleDone(arrival);
+    case FrameKind::sync:
+        return handleSync(arrival);
     case FrameKind::reply:
         break;
     }
@@ -352,7 +360,7 @@ bool reply(const Incoming &connection, uint32_t serial, const Handled &handled)
 {
     FrameHeader header = frameOf(FrameKind::reply, handled.status, handled.result);
     header.serial = serial;
-    return send(connection.source.fd, &header, sizeof header, MSG_NOSIGNAL | MSG_DONTWAIT) == sizeof header;
+    return sendFrame(connection.source.fd, header, handled.reply, false, Deadline(0)) == 0;
 }
 
 // Handles one frame; false when the connection is to be closed.

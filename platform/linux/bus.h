@@ -29,10 +29,12 @@ struct Arrival {
     uint32_t senderPid; // as the kernel says
 };
 
-// A handler's result, and how the bus fared: QX_ERR_NOT_FOUND when there was no handler.
+// A handler's result, and how the bus fared: QX_ERR_NOT_FOUND when there was no handler. The reply's payload
+// stays where it is until the next frame is handled.
 struct Handled {
     uint32_t status;
     uint32_t result;
+    Payload reply = {};
 };
 
 // The handlers of the kinds of frames, each beside what registers them.
@@ -41,12 +43,14 @@ Handled handleRpc(const Arrival &arrival);
 Handled handlePrint(const Arrival &arrival);
 Handled handleHlp(const Arrival &arrival);
 Handled handleDone(const Arrival &arrival);
+Handled handleSync(const Arrival &arrival);
 
 // What a fork leaves the child without, or an end of the bus the process: each beside what it forgets.
 void forgetEvents();
 void forgetProcedures();
 void forgetTerminals();
 void forgetKernel();
+void forgetOwner();
 void abandonFlows();
 void forgetRing();
 

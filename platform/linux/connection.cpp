@@ -119,6 +119,21 @@ void forgetClaims()
     gClaimsKnown = false;
 }
 
+// Of processes that hold no role any more; dead ones among them are never asked again.
+void closeIdleOf(const StaticVec<CachedClaim> &claims)
+{
+    const Lock lock(LockId::channels);
+    for (uint32_t i = gIdle.count(); i-- > 0;) {
+        const bool isHolder = std::any_of(claims.begin(), claims.end(), [&](const CachedClaim &cached) {
+            return cached.claim.holder == gIdle[i].id;
+        });
+        if (!isHolder) {
+            close(gIdle[i].fd);
+            gIdle.removeAt(i);
+        }
+    }
+}
+
 // The connections of processes that stay are kept: their peers are referred to anew before they are let go.
 uint32_t readClaims()
 {
@@ -145,6 +160,7 @@ uint32_t readClaims()
     gClaims.swap(fresh);
     gEdition = edition;
     gClaimsKnown = result == QX_OK;
+    closeIdleOf(gClaims);
     for (const CachedClaim &cached : fresh) {
         if (cached.peer != nullptr) {
             release({&cached.peer, 1});
@@ -192,12 +208,12 @@ uint32_t resultOf(int error)
 }
 
 // The reply to `serial`. Replies to earlier frames, whose senders gave up waiting, are passed over.
-uint32_t receiveReply(int fd, uint32_t serial, FrameHeader &reply)
+uint32_t receiveReply(int fd, uint32_t serial, FrameHeader &reply, Room room = {})
 {
     const Deadline deadline(timeLimitMs());
     int error = 0;
     do {
-        error = receiveHeader(fd, reply, deadline);
+        error = receiveFrame(fd, reply, room, deadline);
     } while (error == 0 && reply.kind == FrameKind::reply && reply.serial != serial);
     if (error != 0) {
         return resultOf(error);
@@ -478,7 +494,7 @@ uint32_t sendToAll(Role role, const FrameHeader &header, Payload payload, bool a
     return result;
 }
 
-uint32_t request(PeerId id, FrameHeader header, Payload payload, FrameHeader &reply)
+uint32_t request(PeerId id, FrameHeader header, Payload payload, FrameHeader &reply, Room room)
 {
     if (payload.size() > kMaxPayload) {
         return QX_ERR_TOO_LARGE;
@@ -500,7 +516,7 @@ uint32_t request(PeerId id, FrameHeader header, Payload payload, FrameHeader &re
     if (error != 0) {
         leaveFlow(header, id);
     }
-    const uint32_t result = error == 0 ? receiveReply(fd, header.serial, reply) : resultOf(error);
+    const uint32_t result = error == 0 ? receiveReply(fd, header.serial, reply, room) : resultOf(error);
     if (result == QX_OK) {
         giveBack(id, fd);
     } else if (fd >= 0) {
@@ -509,12 +525,12 @@ uint32_t request(PeerId id, FrameHeader header, Payload payload, FrameHeader &re
     return result;
 }
 
-uint32_t requestOfFirst(Role role, const FrameHeader &header, Payload payload, FrameHeader &reply)
+uint32_t requestOfFirst(Role role, const FrameHeader &header, Payload payload, FrameHeader &reply, Room room)
 {
     Holders holders(role);
     uint32_t result = holders.result() != QX_OK ? holders.result() : QX_ERR_NOBODY;
     for (const Peer *peer : holders) {
-        result = request(peer->id, header, payload, reply);
+        result = request(peer->id, header, payload, reply, room);
         if (result == QX_ERR_NOBODY) {
             removeRemains(peer->id);
         } else if (result != QX_OK || reply.number != QX_ERR_NOT_FOUND) {

@@ -58,13 +58,15 @@ uint32_t sendToId(PeerId id, const FrameHeader &header, Payload payload);
 uint32_t sendToAll(Role role, const FrameHeader &header, Payload payload, bool acknowledged,
                    uint32_t &reached);
 
-// A request and its reply's header. QX_OK, QX_ERR_NOBODY when the process does not listen any more and has
-// not got the request, QX_ERR_PEER_GONE when it died before it answered, QX_ERR_TIMEOUT, QX_ERR_TOO_LARGE,
-// QX_ERR_PROTOCOL, QX_ERR_NO_MEMORY.
-uint32_t request(PeerId id, FrameHeader header, Payload payload, FrameHeader &reply);
+// A request and its reply, the reply's payload in the room for it. QX_OK, QX_ERR_NOBODY when the process does
+// not listen any more and has not got the request, QX_ERR_PEER_GONE when it died before it answered,
+// QX_ERR_TIMEOUT, QX_ERR_TOO_LARGE, QX_ERR_PROTOCOL (a reply that does not fit, too), QX_ERR_NO_MEMORY. After
+// a failure the room holds anything.
+uint32_t request(PeerId id, FrameHeader header, Payload payload, FrameHeader &reply, Room room = {});
 
 // As request, of the earliest holder of a role that lives; QX_ERR_NOBODY when there is none.
-uint32_t requestOfFirst(Role role, const FrameHeader &header, Payload payload, FrameHeader &reply);
+uint32_t requestOfFirst(Role role, const FrameHeader &header, Payload payload, FrameHeader &reply,
+                        Room room = {});
 
 // A new connection with the bus's time limit set; negative is -errno.
 int connectTo(PeerId id, bool waits);

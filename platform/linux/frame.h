@@ -19,6 +19,8 @@ enum class FrameKind : uint16_t {
     hlp,       // payload = an HLP message
     done,      // work of a flow is finished: number = the kind of its frame, word = the result,
                // payload = PeerIds, first the sender's, then of those that it sent more to
+    sync,      // number = operation, word = the size of the reply wanted, payload = the request; the reply to
+               // one that succeeded has a payload of that size
 };
 
 struct FrameHeader {
@@ -59,11 +61,12 @@ constexpr FrameHeader frameOf(FrameKind kind, uint32_t number, uint32_t word = 0
 constexpr bool isWhole(const FrameHeader &header, size_t received)
 {
     return received >= sizeof header && header.magic == kFrameMagic && header.version == kFrameVersion &&
-           header.kind >= FrameKind::reply && header.kind <= FrameKind::done &&
+           header.kind >= FrameKind::reply && header.kind <= FrameKind::sync &&
            header.length == received - sizeof header;
 }
 
 using Payload = std::span<const std::byte>;
+using Room = std::span<std::byte>; // for a payload
 
 inline Payload bytesOf(const void *data, uint32_t size)
 {

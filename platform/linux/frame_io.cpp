@@ -50,6 +50,22 @@ ssize_t sendLarge(int fd, FrameHeader &header, Payload payload, int flags)
     return sendmsg(fd, &message, flags | MSG_NOSIGNAL);
 }
 
+// The size of the frame, whatever of it found room.
+ssize_t receiveOnce(int fd, FrameHeader &header, Room room, int flags)
+{
+    if (room.empty()) {
+        return recv(fd, &header, sizeof header, flags | MSG_TRUNC);
+    }
+    std::array<iovec, 2> parts{{
+        {.iov_base = &header, .iov_len = sizeof header},
+        {.iov_base = room.data(), .iov_len = room.size()},
+    }};
+    msghdr message{};
+    message.msg_iov = parts.data();
+    message.msg_iovlen = parts.size();
+    return recvmsg(fd, &message, flags | MSG_TRUNC);
+}
+
 } // namespace
 
 Deadline::Deadline(uint32_t milliseconds) : endMs_(coarseMs() + milliseconds) {}
@@ -78,16 +94,16 @@ int sendFrame(int fd, FrameHeader header, Payload payload, bool waits, const Dea
     return sent < 0 ? errno : 0;
 }
 
-int receiveHeader(int fd, FrameHeader &header, const Deadline &deadline)
+int receiveFrame(int fd, FrameHeader &header, Room room, const Deadline &deadline)
 {
-    ssize_t got = recv(fd, &header, sizeof header, MSG_TRUNC);
+    ssize_t got = receiveOnce(fd, header, room, 0);
     bool interrupted = false;
     while (got < 0 && (errno == EINTR || (interrupted && errno == EAGAIN))) {
         interrupted = true;
         if (!waitFor(fd, POLLIN, deadline)) {
             return EAGAIN;
         }
-        got = recv(fd, &header, sizeof header, MSG_TRUNC | MSG_DONTWAIT);
+        got = receiveOnce(fd, header, room, MSG_DONTWAIT);
     }
     if (got < 0) {
         return errno;
@@ -95,7 +111,8 @@ int receiveHeader(int fd, FrameHeader &header, const Deadline &deadline)
     if (got == 0) {
         return EPIPE;
     }
-    return static_cast<size_t>(got) == sizeof header && isWhole(header, sizeof header) ? 0 : EPROTO;
+    const auto size = static_cast<size_t>(got);
+    return size <= sizeof header + room.size() && isWhole(header, size) ? 0 : EPROTO;
 }
 
 } // namespace qx

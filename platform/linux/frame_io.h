@@ -21,8 +21,8 @@ private:
 // at once when it is not to wait), EMSGSIZE, EPIPE and its like when the other end is gone.
 int sendFrame(int fd, FrameHeader header, Payload payload, bool waits, const Deadline &deadline);
 
-// A frame that is all header: 0, or an errno: EAGAIN when none came in time, EPIPE at the end of the
-// connection, EPROTO for anything else.
-int receiveHeader(int fd, FrameHeader &header, const Deadline &deadline);
+// A frame whose payload fits the room, into which it goes straight: 0, or an errno: EAGAIN when none came in
+// time, EPIPE at the end of the connection, EPROTO for anything else.
+int receiveFrame(int fd, FrameHeader &header, Room room, const Deadline &deadline);
 
 } // namespace qx

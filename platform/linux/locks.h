@@ -6,7 +6,20 @@
 
 namespace qx {
 
-enum class LockId { events, procedures, terminals, kernel, join, roles, peers, channels, directory, ring };
+// The first one is held while a handler runs, which may ask its own process again: it is recursive.
+enum class LockId {
+    sync,
+    events,
+    procedures,
+    terminals,
+    kernel,
+    join,
+    roles,
+    peers,
+    channels,
+    directory,
+    ring
+};
 constexpr unsigned kLockCount = static_cast<unsigned>(LockId::ring) + 1;
 
 pthread_mutex_t &lockOf(LockId id);

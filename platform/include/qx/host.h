@@ -77,6 +77,26 @@ typedef uint32_t (*QxKernelHandler)(void *context, const void *message, uint32_t
  * null handler ends it. */
 QX_API uint32_t QxHost_ServeKernel(QxKernelHandler handler, void *context);
 
+/* ---- Synchronous requests ---- */
+
+typedef struct QxSyncRequest {
+    uint32_t ulCode;
+    uint32_t ulPid;       /* the process that asks */
+    const void *pvData;   /* the request, aligned to 16 bytes unless it is this process's own */
+    uint32_t ulSize;      /* of the request, at most 65535 */
+    void *pvReply;        /* where the reply goes, aligned likewise */
+    uint32_t ulReplySize; /* what the asking process wants, at most 65535 */
+} QxSyncRequest;
+
+/* Answers a request (qx/data_sync.h): 0 when it has written all ulReplySize bytes of the reply; any other
+ * result is the request's, and no reply is sent. Check the sizes before use. Called inside dispatch, or by
+ * whichever thread of this process asks itself, but never twice at once. */
+typedef uint32_t (*QxSyncHandler)(void *context, const QxSyncRequest *request);
+
+/* Answers the synchronous requests of all processes. One process at a time: QX_ERR_TAKEN while another lives.
+ * A null handler ends it. 0, QX_ERR_TIMEOUT, QX_ERR_NO_MEMORY, QX_ERR_RUNTIME_DIR. */
+QX_API uint32_t QxHost_ServeSync(QxSyncHandler handler, void *context);
+
 /* ---- Remote procedures ---- */
 
 /*

@@ -4,6 +4,7 @@
 
 #include "qx/base.h"
 #include "qx/cli.h"
+#include "qx/data_sync.h"
 #include "qx/diag.h"
 #include "qx/event.h"
 #include "qx/feature.h"

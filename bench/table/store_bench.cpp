@@ -12,9 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <malloc.h>
-#include <numeric>
 #include <random>
-#include <string>
 #include <unordered_map>
 #include <vector>
 
@@ -254,31 +252,41 @@ void longestAdd(benchmark::State &state)
     }
 }
 
-template <typename Store>
-void registerStore(const std::string &name)
+using Std = Theirs<StdMap>;
+using Absl = Theirs<FlatMap>;
+
+void counts(benchmark::internal::Benchmark *bench)
 {
-    constexpr std::array<int64_t, 3> kCounts = {100, 10'000, 1'000'000};
-    for (const int64_t count : kCounts) {
-        benchmark::RegisterBenchmark((name + "/get").c_str(), get<Store>)->Arg(count);
-        benchmark::RegisterBenchmark((name + "/overwrite").c_str(), overwrite<Store>)->Arg(count);
-        benchmark::RegisterBenchmark((name + "/add").c_str(), add<Store>)->Arg(count)->UseManualTime();
-        benchmark::RegisterBenchmark((name + "/delete").c_str(), remove<Store>)->Arg(count)->UseManualTime();
-        benchmark::RegisterBenchmark((name + "/bytes").c_str(), memory<Store>)
-            ->Arg(count)
-            ->UseManualTime()
-            ->Iterations(1);
-    }
-    benchmark::RegisterBenchmark((name + "/longestAdd").c_str(), longestAdd<Store>)
-        ->Arg(kCounts.back())
-        ->UseManualTime()
-        ->Iterations(1);
+    bench->Arg(100)->Arg(10'000)->Arg(1'000'000);
 }
 
-const bool registered = [] {
-    registerStore<Ours>("ours");
-    registerStore<Theirs<StdMap>>("std");
-    registerStore<Theirs<FlatMap>>("absl");
-    return true;
-}();
+void timedCounts(benchmark::internal::Benchmark *bench)
+{
+    bench->Apply(counts)->UseManualTime();
+}
+
+void onceEach(benchmark::internal::Benchmark *bench)
+{
+    bench->Apply(timedCounts)->Iterations(1);
+}
+
+BENCHMARK_TEMPLATE(get, Ours)->Apply(counts);
+BENCHMARK_TEMPLATE(get, Std)->Apply(counts);
+BENCHMARK_TEMPLATE(get, Absl)->Apply(counts);
+BENCHMARK_TEMPLATE(overwrite, Ours)->Apply(counts);
+BENCHMARK_TEMPLATE(overwrite, Std)->Apply(counts);
+BENCHMARK_TEMPLATE(overwrite, Absl)->Apply(counts);
+BENCHMARK_TEMPLATE(add, Ours)->Apply(timedCounts);
+BENCHMARK_TEMPLATE(add, Std)->Apply(timedCounts);
+BENCHMARK_TEMPLATE(add, Absl)->Apply(timedCounts);
+BENCHMARK_TEMPLATE(remove, Ours)->Apply(timedCounts);
+BENCHMARK_TEMPLATE(remove, Std)->Apply(timedCounts);
+BENCHMARK_TEMPLATE(remove, Absl)->Apply(timedCounts);
+BENCHMARK_TEMPLATE(memory, Ours)->Apply(onceEach);
+BENCHMARK_TEMPLATE(memory, Std)->Apply(onceEach);
+BENCHMARK_TEMPLATE(memory, Absl)->Apply(onceEach);
+BENCHMARK_TEMPLATE(longestAdd, Ours)->Apply(onceEach);
+BENCHMARK_TEMPLATE(longestAdd, Std)->Apply(onceEach);
+BENCHMARK_TEMPLATE(longestAdd, Absl)->Apply(onceEach);
 
 } // namespace

@@ -12,7 +12,8 @@
 #include <limits>
 #include <new>
 #include <type_traits>
-#ifdef __SSE2__
+#if defined(__x86_64__) && defined(__LP64__)
+#define QX_COMPARES_FOUR_KEYS
 #include <emmintrin.h>
 #endif
 
@@ -23,15 +24,16 @@ constexpr uint32_t kSlots = (kLine - sizeof(uint32_t)) / (sizeof(uint32_t) + siz
 constexpr uint32_t kFirstBits = 1;
 constexpr uint32_t kMaxBits = 29;
 constexpr uint32_t kBucketsAStep = 16;
-constexpr uint32_t kMovedAtOnce =
-    256; // buckets: a table that is left half moved is searched twice for each key
+
+// A table that is left half moved is searched twice for each key: one of so many buckets is moved at once.
+constexpr uint32_t kMovedAtOnce = 256;
 
 // The golden ratio: sequences, and multiples of any power of two, come to lie evenly.
 constexpr uint64_t kFirstMultiplier = 0x9E3779B97F4A7C15U;
 
-// Keys that lie evenly are passed on by fewer buckets than this. A table where that happens has keys that go
-// badly with its multiplier.
-constexpr uint32_t kFarFromHome = 64;
+// Scattered keys hardly ever stray further from their homes than so many buckets and two for each bit of the
+// table's number of buckets. A table where that happens has keys that go badly with its multiplier.
+constexpr uint32_t kFarFromHome = 8;
 
 struct alignas(kLine) Bucket {
     uint32_t keys[kSlots];
@@ -43,7 +45,7 @@ struct alignas(kLine) Bucket {
     // The position of the key; the count or above when it is not here.
     uint32_t search(uint32_t key) const
     {
-#ifdef __SSE2__
+#ifdef QX_COMPARES_FOUR_KEYS
         static_assert(kSlots == 5);
         const __m128i first = _mm_load_si128(reinterpret_cast<const __m128i *>(keys));
         const __m128i equal = _mm_cmpeq_epi32(first, _mm_set1_epi32(static_cast<int>(key)));
@@ -322,7 +324,7 @@ uint32_t put(Hashtable *operations, uint32_t key, void *value)
     const uint32_t distance = table.buckets.put(key, value);
     if (table.old.exist()) {
         move(table, kBucketsAStep);
-    } else if (distance > kFarFromHome) {
+    } else if (distance > kFarFromHome + 2 * table.buckets.bits()) {
         changeMultiplier(table);
     }
     return QX_OK;

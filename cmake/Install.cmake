@@ -32,7 +32,7 @@ if(ZEMA_BUILD_TOOLS)
   install(FILES docs/man/zemash.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
 endif()
 
-install(FILES README.md CHANGELOG.md docs/architecture.md docs/bus.md DESTINATION ${CMAKE_INSTALL_DOCDIR}
+install(FILES README.md CHANGELOG.md SECURITY.md docs/architecture.md docs/bus.md DESTINATION ${CMAKE_INSTALL_DOCDIR}
   COMPONENT documentation)
 install(DIRECTORY examples/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT documentation
-  FILES_MATCHING PATTERN "*.cpp" PATTERN "*.c")
+  USE_SOURCE_PERMISSIONS PATTERN CMakeLists.txt EXCLUDE)

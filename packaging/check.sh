@@ -61,8 +61,11 @@ mkdir -p "$scratch/bin"
 export PKG_CONFIG_PATH=$library/pkgconfig
 ln -sf "$root"/usr/bin/* "$scratch/bin/"
 read -ra flags < <(pkg-config --cflags --libs zema)
+for example in "$source"/examples/*.c; do
+    cc -O2 "$example" -o "$scratch/bin/$(basename "$example" .c)" "${flags[@]}" -pthread
+done
 for example in "$source"/examples/*.cpp; do
-    g++ -std=c++20 -O2 "$example" -o "$scratch/bin/$(basename "$example" .cpp)" "${flags[@]}"
+    c++ -std=c++20 -O2 "$example" -o "$scratch/bin/$(basename "$example" .cpp)" "${flags[@]}"
 done
 LD_LIBRARY_PATH=$library "$source/tools/demo.sh" "$scratch/bin" | tail -1
 

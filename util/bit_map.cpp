@@ -40,7 +40,7 @@ bool hasBit(const BitMap *map, uint32_t bit)
 // set in all of a block.
 const uint32_t *findNotAllSet(const uint32_t *word, const uint32_t *end)
 {
-    constexpr uint32_t kBlock = 16;
+    constexpr ptrdiff_t kBlock = 16;
 
     while (end - word >= kBlock &&
            std::accumulate(word, word + kBlock, kAllSet, std::bit_and<>()) == kAllSet) {

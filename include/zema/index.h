@@ -20,9 +20,10 @@
 
 QX_BEGIN_DECLS
 
-#define ZEMA_INDEX_SSHIF 0x00164001U /* type 0, identifiers 1 and 100, instance 1: a WAN and VLAN interface  \
-                                      */
-#define ZEMA_INDEX_TWAMP 0xC010A001U /* type 12, identifiers 1 and 10, instance 1 */
+/* The two indexes with a meaning of their own: type 0, identifiers 1 and 100, instance 1, which is a WAN and
+ * a VLAN interface; and type 12, identifiers 1 and 10, instance 1. */
+#define ZEMA_INDEX_SSHIF 0x00164001U
+#define ZEMA_INDEX_TWAMP 0xC010A001U
 
 /* ---- Interface indexes ---- */
 

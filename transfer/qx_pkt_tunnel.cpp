@@ -49,17 +49,18 @@ void report(uint32_t line, uint32_t code, uint32_t detail)
 class Socket {
 public:
     explicit Socket(int32_t fd) : fd_(fd) {}
-    ~Socket()
-    {
-        if (fd_ >= 0) {
-            (void)QX_OS_Close(fd_);
-        }
-    }
+    ~Socket() { close(); }
     Socket(const Socket &) = delete;
     Socket &operator=(const Socket &) = delete;
 
     int32_t fd() const { return fd_; }
     int32_t release() { return std::exchange(fd_, -1); }
+    void close()
+    {
+        if (fd_ >= 0) {
+            (void)QX_OS_Close(release());
+        }
+    }
 
 private:
     int32_t fd_;
@@ -259,10 +260,12 @@ uint32_t QX_PKT_TUNNEL_CreateLinkSocket(uint32_t ulLinkType, PktTunnelLink *pstL
         .ulPortId = QX_OS_PthreadSelf(), .ulFamilyId = 0, .lSockFd = socket.fd(), .ulLinkType = ulLinkType};
     link.ulFamilyId = lookUpFamily(link.lSockFd, link.ulPortId);
     if (link.ulFamilyId == 0) {
+        socket.close();
         report(__LINE__, ZEMA_ERR);
         return ZEMA_ERR;
     }
     if (registerLinkType(link) != ZEMA_OK) {
+        socket.close();
         (void)QX_PROC_DBG_LastWord(zema::baseName(__FILE__), __LINE__, kRegister, link.ulFamilyId,
                                    static_cast<uint32_t>(link.lSockFd), link.ulPortId, ulLinkType);
         return ZEMA_ERR;

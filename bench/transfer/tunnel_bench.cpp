@@ -12,7 +12,8 @@
 namespace {
 
 // A family that no kernel has: it looks for it and refuses the message, and after a while drops its refusals,
-// because nobody reads them.
+// because nobody reads them. What that takes is in both figures, as the module's work on a real packet would
+// be.
 constexpr uint32_t kNoFamily = GENL_MAX_ID;
 
 class Channel {

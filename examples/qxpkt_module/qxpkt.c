@@ -7,16 +7,17 @@
 #include <linux/mutex.h>
 #include <linux/netlink.h>
 #include <net/genetlink.h>
+#include <net/sock.h>
 
 #include "qxpkt.h"
 
 /*
- * A socket is its port in its network namespace. The notifier takes a holder out while its socket is being
- * released, so neither outlives the socket: a later socket with the same port gets nothing that is not its
- * own, and the namespace, which the socket keeps alive, needs no reference.
+ * The socket of a link type. The kernel gives a port away again before it tells of its release, so a port does
+ * not say whose it is: the socket does. The notifier takes a holder out while its socket still exists, so the
+ * pointer needs no reference.
  */
 struct qxpkt_holder {
-    struct net *net; /* NULL: nobody */
+    const struct sock *socket; /* NULL: nobody */
     u32 portid;
 };
 
@@ -24,11 +25,6 @@ static struct qxpkt_holder holders[QXPKT_LINK_TYPES];
 static DEFINE_MUTEX(holders_lock); /* also held while sending, so that the holder cannot go meanwhile */
 
 static struct genl_family qxpkt_family;
-
-static bool is_sender(const struct qxpkt_holder *holder, struct genl_info *info)
-{
-    return holder->net == genl_info_net(info) && holder->portid == info->snd_portid;
-}
 
 /* The link type in front of an attribute's value, which the policy made long enough; negative when there is
  * none. */
@@ -49,7 +45,7 @@ static int register_link(struct sk_buff *skb, struct genl_info *info)
     if (type < 0)
         return type;
     mutex_lock(&holders_lock);
-    holders[type].net = genl_info_net(info);
+    holders[type].socket = NETLINK_CB(skb).sk;
     holders[type].portid = info->snd_portid;
     mutex_unlock(&holders_lock);
     return 0;
@@ -75,7 +71,7 @@ static int send_packet(const struct qxpkt_holder *holder, const void *packet, in
     if (number)
         memcpy(nla_data(attribute), number, sizeof(*number));
     genlmsg_end(skb, head);
-    return genlmsg_unicast(holder->net, skb, holder->portid);
+    return genlmsg_unicast(&init_net, skb, holder->portid);
 }
 
 static int send_burst(const struct qxpkt_holder *holder, const void *packet, int size, u32 count)
@@ -106,29 +102,35 @@ static int take_data(struct sk_buff *skb, struct genl_info *info)
 {
     const struct nlattr *attribute = info->attrs[QXPKT_ATTR_DATA];
     const int type = link_type_of(attribute);
-    int result;
+    int result = -EPERM;
 
     if (type < 0)
         return type;
     mutex_lock(&holders_lock);
-    result = is_sender(&holders[type], info) ? answer(&holders[type], nla_data(attribute) + sizeof(u32),
-                                                      nla_len(attribute) - (int)sizeof(u32))
-                                             : -EPERM;
+    if (holders[type].socket == NETLINK_CB(skb).sk)
+        result = answer(&holders[type], nla_data(attribute) + sizeof(u32),
+                        nla_len(attribute) - (int)sizeof(u32));
     mutex_unlock(&holders_lock);
     return result;
 }
 
+/* Whether this is the socket that is being released, and not a later one that has got its port. */
+static bool is_released(const struct qxpkt_holder *holder, const struct netlink_notify *released)
+{
+    return holder->socket && holder->portid == released->portid && sock_flag(holder->socket, SOCK_DEAD);
+}
+
 static int on_release(struct notifier_block *block, unsigned long event, void *data)
 {
-    const struct netlink_notify *socket = data;
+    const struct netlink_notify *released = data;
     int type;
 
-    if (event != NETLINK_URELEASE || socket->protocol != NETLINK_GENERIC)
+    if (event != NETLINK_URELEASE || released->protocol != NETLINK_GENERIC || released->net != &init_net)
         return NOTIFY_DONE;
     mutex_lock(&holders_lock);
     for (type = 0; type < QXPKT_LINK_TYPES; ++type)
-        if (holders[type].net == socket->net && holders[type].portid == socket->portid)
-            holders[type].net = NULL;
+        if (is_released(&holders[type], released))
+            holders[type].socket = NULL;
     mutex_unlock(&holders_lock);
     return NOTIFY_DONE;
 }
@@ -150,7 +152,7 @@ static struct genl_family qxpkt_family __ro_after_init = {
     .version = QXPKT_VERSION,
     .maxattr = ARRAY_SIZE(qxpkt_policy) - 1,
     .policy = qxpkt_policy,
-    .netnsok = true,
+    .parallel_ops = true, /* the holders have their own lock */
     .module = THIS_MODULE,
     .small_ops = qxpkt_operations,
     .n_small_ops = ARRAY_SIZE(qxpkt_operations),

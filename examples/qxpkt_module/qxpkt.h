@@ -19,8 +19,8 @@ enum qxpkt_command {
 
 enum qxpkt_attribute {
     QXPKT_ATTR_LINK_TYPE = 1, /* the link type in the first 4 bytes */
-    QXPKT_ATTR_DATA = 2,      /* to the kernel: the link type in the first 4 bytes, then the packet; to the
-                                 process:      the packet alone */
+    /* To the kernel: the link type in the first 4 bytes, then the packet; to the process: the packet alone. */
+    QXPKT_ATTR_DATA = 2,
 };
 
 /* A packet that begins so is answered by ulCount packets in place of one: each begins with its own number,

@@ -71,7 +71,7 @@ copy_with_libraries() {
     cp "$1" "$root/$2"
     for name in $("${cross}readelf" -d "$1" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p'); do
         [ -e "$root/lib/$name" ] && continue
-        found=$(find -L "$arm" "$sysroot" -name "$name" -print -quit)
+        found=$(find -L "$arm/lib" "$sysroot" -name "$name" -print -quit)
         [ -n "$found" ] || { echo "kernel: $1 needs $name, which is nowhere"; exit 1; }
         copy_with_libraries "$found" lib
     done
@@ -111,11 +111,19 @@ print_table() {
     ' "$work/console.log"
 }
 
+# A program that has passed none of its tests has not run.
+has_run() {
+    [ "$1" = kernel-log ] || awk -v name="$1" '
+        /^PROGRAM / { current = $2 }
+        /^\[       OK \]/ && current == name { passed = 1 }
+        END { exit !passed }' "$work/console.log"
+}
+
 # The last word of each program, and of the look through the kernel's log.
 judge() {
     local name bad=0
     for name in "${programs[@]%%=*}" kernel-log; do
-        grep -qx "RESULT $name 0" "$work/console.log" && continue
+        grep -qx "RESULT $name 0" "$work/console.log" && has_run "$name" && continue
         echo "kernel: $name failed"
         bad=1
     done
@@ -133,6 +141,9 @@ if [ ! -e "$unpacked/complete" ]; then
 fi
 build_module
 build_file_system
-boot || echo "kernel: the machine did not end by itself"
+ended=0
+boot || ended=$?
+[ $ended -eq 0 ] || echo "kernel: the machine did not end by itself"
 print_table
 judge
+exit $ended

@@ -49,6 +49,7 @@ TEST_F(Index, PacksAndUnpacks)
         {"fields told apart", {3, 0x12, 0x34, 0x567}, 0x31234567, {3, 0x12, 0x34, 0x567}},
         {"an instance too wide", {1, 0, 0, 0x1005}, 0x10001005, {1, 0, 1, 5}},
         {"others too wide", {0x13, 0, 0x101, 7}, 0x30101007, {3, 1, 1, 7}},
+        {"a first identifier too wide", {1, 0x212, 0, 7}, 0x31200007, {3, 0x12, 0, 7}},
     };
     for (const auto &[reason, fields, packed, unpacked] : rows) {
         uint32_t index = 0;
@@ -63,6 +64,8 @@ TEST_F(Index, PacksAndUnpacks)
     }
     uint32_t first = 0;
     uint8_t fields[3] = {};
+    TR181_Common_MakeIndex(0xF0, 0x1F2, 0xF3, 0xF4, &first);
+    EXPECT_EQ(first, 0xF1F2F3F4) << "a second field too wide";
     TR181_Common_GetPrototype(0xF1F2F3F4, &first, &fields[0], &fields[1], &fields[2]);
     EXPECT_EQ((Fields{first, fields[0], fields[1], fields[2]}), (Fields{0xF1, 0xF2, 0xF3, 0xF4}));
 }
@@ -131,8 +134,10 @@ protected:
 TEST_F(Bits, LockAndRefuse)
 {
     EXPECT_EQ(BitMapAlloc(0), nullptr);
-    platform.fail("QX_OS_MemMallocSet", 1);
-    EXPECT_EQ(BitMapAlloc(UINT32_MAX), nullptr);
+    for (const uint32_t count : {64U, UINT32_MAX}) {
+        platform.fail("QX_OS_MemMallocSet", 1);
+        EXPECT_EQ(BitMapAlloc(count), nullptr) << count;
+    }
     BitMap *const map = BitMapAlloc(33);
     ASSERT_NE(map, nullptr);
     EXPECT_EQ(BitMapHold(map), 0U);
@@ -152,11 +157,12 @@ TEST_F(Bits, LockAndRefuse)
     char calls[512];
     constexpr size_t kHeader = offsetof(BitMap, aulWords);
     const auto address = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(map));
-    (void)std::snprintf(calls, sizeof calls,
-                        "MemMallocSet %zx; MemMallocSet %zx; MutexInit 0 0; record ffffffff %x 21; record "
-                        "ffffffff %x 22; record ffffffff 0 21; record ffffffff 0 22; record ffffffff; "
-                        "MutexDestroy; MemFreeD",
-                        kHeader + (1U << 29U), kHeader + 8, address, address);
+    (void)std::snprintf(
+        calls, sizeof calls,
+        "MemMallocSet %zx; MemMallocSet %zx; MemMallocSet %zx; MutexInit 0 0; record ffffffff %x 21; record "
+        "ffffffff %x 22; record ffffffff 0 21; record ffffffff 0 22; record ffffffff; "
+        "MutexDestroy; MemFreeD",
+        kHeader + 8, kHeader + (1U << 29U), kHeader + 8, address, address);
     BitMapFree(map);
     BitMapFree(nullptr);
     EXPECT_EQ(textOf(platform.journal), calls);
@@ -167,7 +173,7 @@ TEST_F(Bits, LockAndRefuse)
 // Sizes about the word and the block of words, filled from below as their owners do.
 TEST_F(Bits, AgreeWithASetOfClearBits)
 {
-    const uint32_t sizes[] = {1, 10, 31, 32, 33, 40, 64, 511, 512, 513, 545, 1024, 1531};
+    const uint32_t sizes[] = {1, 10, 31, 32, 33, 40, 64, 480, 511, 512, 513, 545, 1024, 1531};
     for (const uint32_t size : sizes) {
         platform.reset();
         BitMap *const map = BitMapAlloc(size);
@@ -248,9 +254,14 @@ TEST_F(Pool, RefusesAndRecords)
     EXPECT_TRUE(QX_UTL_FreeIndex(&pool, 0) == 0 && QX_UTL_FreeIndex(&pool, 4) == 0);
     EXPECT_EQ(QX_UTL_InitIndexArray(&pool), 0U) << "leaves a pool alone that is ready";
     EXPECT_TRUE(id == 3 && pool.usUsed == 3 && pool.usInitialised == 1);
+    EXPECT_TRUE(QX_UTL_FreeIndex(&pool, 3) == 0 && QX_UTL_FreeIndex(&pool, 65535) == 0);
+    EXPECT_TRUE(QX_UTL_FreeIndex(&pool, 1) == 0 && QX_UTL_FreeIndex(&pool, 2) == 0);
+    EXPECT_EQ(QX_UTL_FreeAllIndex(&pool), 0U);
+    EXPECT_TRUE(QX_UTL_NewIndex(&pool, &id) == 0 && id == 2) << "with none out the order stays";
     EXPECT_EQ(platform.calls({"QX_OS_MemMallocD"}), std::vector<Call>(2, {"QX_OS_MemMallocD", {6}, {}}));
     EXPECT_TRUE(platform.recorded(
-        "qx_util_common.cpp", {{1}, {1}, {1}, {1}, {1}, {1, 3}, {1}, {1, 3, 3}, {1, 0, 3, 3}, {1, 4, 3, 3}}));
+        "qx_util_common.cpp",
+        {{1}, {1}, {1}, {1}, {1}, {1, 3}, {1}, {1, 3, 3}, {1, 0, 3, 3}, {1, 4, 3, 3}, {1, 65535, 3, 2}}));
     EXPECT_EQ(platform.places.size(), 7U) << "each failure has a line of its own";
     (void)QX_OS_MemFreeD(pool.pusFree);
 }

@@ -31,6 +31,8 @@
 #include <array>
 #include <bit>
 #include <cstdarg>
+#include <cstddef>
+#include <cstring>
 #include <net/if.h>
 #include <numeric>
 #include <optional>
@@ -383,7 +385,12 @@ uint32_t IPv6Address_ConvertFromString(const char *pcText, uint8_t *pucAddr)
         report(__LINE__, ZEMA_ERR);
         return ZEMA_ERR;
     }
-    return parseIpv6(pcText, pucAddr);
+    std::array<uint8_t, ZEMA_IPV6_SIZE> address = {};
+    const uint32_t parsed = parseIpv6(pcText, address.data());
+    if (parsed == ZEMA_OK) {
+        std::ranges::copy(address, pucAddr);
+    }
+    return parsed;
 }
 
 uint32_t IPv6Address_ConvertToString(const uint8_t *pucAddr, char *pcText, uint32_t ulSize)
@@ -639,17 +646,18 @@ uint32_t QX_UTL_Checksum(const void *pData, int32_t lLen)
 
 namespace {
 
-// Writes what stands before an occurrence, the replacement, and what stands behind. There is room for them.
-void writeReplaced(std::string_view before, std::string_view replacement, std::string_view behind, char *out,
-                   uint32_t size)
+// Writes what stands before an occurrence, the replacement, and what stands behind. There is room for them,
+// unless the replacement is longer than its length was counted.
+void writeReplaced(std::string_view before, const char *replacement, uint32_t counted, const char *behind,
+                   char *out, uint32_t size)
 {
     (void)strncpy_s(out, size, before.data(), before.size());
-    const int32_t replaced = strncat_s(out, size, replacement.data(), replacement.size());
+    const int32_t replaced = strncat_s(out, size, replacement, size);
     if (replaced != 0) {
-        (void)QX_PROC_DBG_LastWord(kFile, __LINE__, ZEMA_ERR, static_cast<uint32_t>(replaced), size,
-                                   static_cast<uint32_t>(replacement.size()), 0);
+        (void)QX_PROC_DBG_LastWord(kFile, __LINE__, ZEMA_ERR, static_cast<uint32_t>(replaced), size, counted,
+                                   0);
     }
-    const int32_t completed = strncat_s(out, size, behind.data(), behind.size());
+    const int32_t completed = strncat_s(out, size, behind, size);
     if (completed != 0) {
         (void)QX_PROC_DBG_LastWord(kFile, __LINE__, ZEMA_ERR, static_cast<uint32_t>(completed), size, 0, 0);
     }
@@ -682,9 +690,7 @@ uint32_t QX_StrReplaceSubStr(const char *pcSource, const char *pcSearch, const c
                                  static_cast<int32_t>(length));
         return ZEMA_ERR;
     }
-    const char *const behind = found + searchLength;
-    writeReplaced({pcSource, found}, {pcReplace, replaceLength}, {behind, pcSource + sourceLength}, pcOut,
-                  ulSize);
+    writeReplaced({pcSource, found}, pcReplace, replaceLength, found + searchLength, pcOut, ulSize);
     return ZEMA_OK;
 }
 

@@ -237,8 +237,8 @@ TEST_F(Strings, ReplacesTheFirstOccurrence)
         {"the longest source and search", longest, longest, "y", 8, 0, "y"},
         {"a source too long", longest + "x", "x", "y", 400, 1, "#", {{1}}},
         {"a search too long", "x", longest + "x", "y", 400, 1, "#", {{1}}},
-        {"of a replacement the first 256 characters", "-x-", "x", longest + "yz", 600, 0,
-         "-" + longest + "y-"},
+        {"a long replacement, whole", "-x-", "x", longest + longest, 600, 0, "-" + longest + longest + "-"},
+        {"that does not fit after all", "-x-", "x", longest + longest, 300, 0, "-", {{1, ERANGE, 300, 256}}},
     };
     for (const Row &row : rows) {
         platform.reset();

@@ -45,8 +45,16 @@ uint32_t ownTables()
     return QxHost_ServeSync(answer, nullptr);
 }
 
+uint32_t serveModule()
+{
+    return QxHost_ServeModule(
+        ZEMA_MODULE_ID, [](void *, void *message, uint32_t) { return DataAsync_OnAsynDataReceive(message); },
+        nullptr);
+}
+
 constexpr Step kStart[] = {
     {"own the tables", ownTables},
+    {"serve the module's messages", serveModule},
     {"start the command agent", CMDAgent_Init},
     {"serve the command tree", CMDAgent_Reg},
     {"answer for the devices' flags", tools::serveDeviceFlags},

@@ -5,6 +5,7 @@
 #include "zema/bit_map.h"
 #include "zema/cmd_tree.h"
 #include "zema/cmdagent.h"
+#include "zema/data_async.h"
 #include "zema/data_validator.h"
 #include "zema/domain.h"
 #include "zema/hlp.h"

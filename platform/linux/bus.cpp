@@ -196,6 +196,7 @@ void forgetRegistrations()
     forgetTerminals();
     forgetKernel();
     forgetOwner();
+    forgetModules();
     forgetRing();
     forgetRuntimeDir();
 }
@@ -319,6 +320,8 @@ Handled handle(const Arrival &arrival)
         return handleDone(arrival);
     case FrameKind::sync:
         return handleSync(arrival);
+    case FrameKind::message:
+        return handleMessage(arrival);
     case FrameKind::reply:
         break;
     }

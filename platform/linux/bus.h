@@ -44,6 +44,7 @@ Handled handlePrint(const Arrival &arrival);
 Handled handleHlp(const Arrival &arrival);
 Handled handleDone(const Arrival &arrival);
 Handled handleSync(const Arrival &arrival);
+Handled handleMessage(const Arrival &arrival);
 
 // What a fork leaves the child without, or an end of the bus the process: each beside what it forgets.
 void forgetEvents();
@@ -51,6 +52,7 @@ void forgetProcedures();
 void forgetTerminals();
 void forgetKernel();
 void forgetOwner();
+void forgetModules();
 void abandonFlows();
 void forgetRing();
 

@@ -21,6 +21,7 @@ enum class FrameKind : uint16_t {
                // payload = PeerIds, first the sender's, then of those that it sent more to
     sync,      // number = operation, word = the size of the reply wanted, payload = the request; the reply to
                // one that succeeded has a payload of that size
+    message,   // number = receiving module, payload = a message with its header
 };
 
 struct FrameHeader {
@@ -61,7 +62,7 @@ constexpr FrameHeader frameOf(FrameKind kind, uint32_t number, uint32_t word = 0
 constexpr bool isWhole(const FrameHeader &header, size_t received)
 {
     return received >= sizeof header && header.magic == kFrameMagic && header.version == kFrameVersion &&
-           header.kind >= FrameKind::reply && header.kind <= FrameKind::sync &&
+           header.kind >= FrameKind::reply && header.kind <= FrameKind::message &&
            header.length == received - sizeof header;
 }
 

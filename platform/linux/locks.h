@@ -13,6 +13,8 @@ enum class LockId {
     procedures,
     terminals,
     kernel,
+    modules,
+    handles,
     lists,
     join,
     roles,

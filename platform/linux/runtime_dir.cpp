@@ -31,12 +31,13 @@ struct RoleText {
     int base;
 };
 
-constexpr std::array<RoleText, 5> kRoleTexts{{
+constexpr std::array<RoleText, 6> kRoleTexts{{
     {.word = "rpc", .base = 16},
     {.word = "event", .base = 10},
     {.word = "terminal", .base = 10},
     {.word = "kernel", .base = 0},
     {.word = "sync-owner", .base = 0},
+    {.word = "module", .base = 10},
 }};
 
 template <typename Text, typename... Arguments>

@@ -25,7 +25,7 @@ struct PeerId {
     bool operator==(const PeerId &) const = default;
 };
 
-enum class RoleKind : uint32_t { rpc, event, terminal, kernel, syncOwner };
+enum class RoleKind : uint32_t { rpc, event, terminal, kernel, syncOwner, module };
 
 struct Role {
     RoleKind kind;

@@ -97,6 +97,16 @@ typedef uint32_t (*QxSyncHandler)(void *context, const QxSyncRequest *request);
  * A null handler ends it. 0, QX_ERR_TIMEOUT, QX_ERR_NO_MEMORY, QX_ERR_RUNTIME_DIR. */
 QX_API uint32_t QxHost_ServeSync(QxSyncHandler handler, void *context);
 
+/* ---- Messages to modules ---- */
+
+/* Gets each message to a module: a header of QX_MSG_HEADER_SIZE bytes (qx/message.h) whose size word is what
+ * came behind it, that payload, and at least 1024 zero bytes; size is of both. Called inside dispatch. */
+typedef uint32_t (*QxMessageHandler)(void *context, void *message, uint32_t size);
+
+/* Serves a module. One process at a time: QX_ERR_TAKEN while another lives. A null handler ends it. 0,
+ * QX_ERR_TIMEOUT, QX_ERR_NO_MEMORY, QX_ERR_RUNTIME_DIR. */
+QX_API uint32_t QxHost_ServeModule(uint32_t module, QxMessageHandler handler, void *context);
+
 /* ---- Remote procedures ---- */
 
 /*

@@ -1,5 +1,5 @@
 /*
- * The message layer: remote procedures, and the modules that threads belong to.
+ * The message layer: remote procedures, messages to modules, and the modules that threads belong to.
  */
 #ifndef QX_MESSAGE_H
 #define QX_MESSAGE_H
@@ -29,6 +29,21 @@ typedef struct QxRpcRow {
  * QX_ERR_RUNTIME_DIR). Any thread.
  */
 QX_API uint32_t QX_MSG_RegOverWriteRpcCalls(const QxRpcRow *rows);
+
+/* What stands in front of every message; the platform reads the receiver and sets the size. */
+#define QX_MSG_HEADER_SIZE 84U
+#define QX_MSG_RECEIVER_OFFSET 72U /* the receiver's module, a 32-bit word in host byte order */
+#define QX_MSG_SIZE_OFFSET 76U     /* the size of the payload, likewise */
+
+/*
+ * Posts size bytes of payload behind a header of QX_MSG_HEADER_SIZE bytes to the process that serves the
+ * header's receiver (QxHost_ServeModule), and does not wait until it is handled. Copies are taken: both may
+ * be released when this returns. A message to this process itself is handled by a later dispatch, not from
+ * here. option is 4. 0, QX_ERR for a missing argument, QX_ERR_NOBODY, QX_ERR_PEER_GONE, QX_ERR_TIMEOUT (also
+ * when this process does not dispatch what it posts to itself), QX_ERR_TOO_LARGE above 130988 bytes,
+ * QX_ERR_NO_MEMORY, QX_ERR_RUNTIME_DIR. Any thread.
+ */
+QX_API uint32_t QX_MSG_AsynSend(const void *payload, uint32_t size, const void *header, uint32_t option);
 
 /* The module that the calling thread belongs to: what the host set with QxHost_SetCurThreadMid, 0 until then.
  */

@@ -1,0 +1,140 @@
+// Messages to modules and event handles: from one process into the callbacks of another.
+#include "qx/event_handle.h"
+#include "qx/message.h"
+#include "tests/support/processes.h"
+
+#include <array>
+#include <cstring>
+#include <vector>
+
+namespace {
+
+using namespace zema::test;
+
+struct Got {
+    std::atomic<uint32_t> count{0};
+    std::atomic<uint32_t> size{0};
+    std::atomic<uint32_t> word{0}; // at the header's place for the size
+    std::atomic<uint32_t> sum{0};
+};
+Got *gGot = nullptr;
+
+uint32_t take(void *context, void *message, uint32_t size)
+{
+    EXPECT_EQ(context, &gGot);
+    uint32_t word = 0;
+    memcpy(&word, static_cast<char *>(message) + QX_MSG_SIZE_OFFSET, sizeof word);
+    gGot->size = size;
+    gGot->word = word;
+    uint32_t sum = 0;
+    for (uint32_t i = QX_MSG_HEADER_SIZE; i < size; ++i) {
+        sum += static_cast<uint8_t *>(message)[i];
+    }
+    gGot->sum = sum;
+    ++gGot->count;
+    return 1; // a handler's result is its own
+}
+
+class Modules : public Scratch {
+protected:
+    Modules() { gGot = &*got_; }
+
+    static uint32_t post(uint32_t module, uint32_t size)
+    {
+        std::array<char, QX_MSG_HEADER_SIZE> header{};
+        memcpy(&header[QX_MSG_RECEIVER_OFFSET], &module, sizeof module);
+        const std::vector<char> payload(size, 1);
+        return QX_MSG_AsynSend(payload.data(), size, header.data(), 4);
+    }
+
+    Shared<Got> got_;
+};
+
+TEST_F(Modules, MessagesReachTheProcessThatServesTheModule)
+{
+    EXPECT_EQ(post(49, 10), QX_ERR_NOBODY);
+    {
+        const Child server([] { EXPECT_EQ(QxHost_ServeModule(49, take, &gGot), QX_OK); });
+        EXPECT_EQ(QxHost_ServeModule(49, take, &gGot), QX_ERR_TAKEN);
+        EXPECT_EQ(post(50, 10), QX_ERR_NOBODY);
+        uint32_t count = 0;
+        for (const uint32_t size : {0U, 1U, 428U, 429U, 130988U}) {
+            EXPECT_EQ(post(49, size), QX_OK) << size;
+            EXPECT_TRUE(eventually([&] { return gGot->count == count + 1; })) << size;
+            EXPECT_EQ(gGot->size, QX_MSG_HEADER_SIZE + size);
+            EXPECT_EQ(gGot->word, size);
+            EXPECT_EQ(gGot->sum, size);
+            ++count;
+        }
+        EXPECT_EQ(post(49, 130989), QX_ERR_TOO_LARGE);
+        EXPECT_EQ(QX_MSG_AsynSend(nullptr, 1, "", 4), QX_ERR);
+        EXPECT_EQ(QX_MSG_AsynSend("", 0, nullptr, 4), QX_ERR);
+    }
+    EXPECT_EQ(post(49, 10), QX_ERR_NOBODY) << "its process has ended";
+}
+
+TEST_F(Modules, AMessageToOneselfComesWithALaterDispatch)
+{
+    EXPECT_EQ(QxHost_ServeModule(49, take, &gGot), QX_OK);
+    EXPECT_EQ(post(49, 3), QX_OK);
+    EXPECT_EQ(gGot->count, 0U) << "not from inside the send";
+    EXPECT_TRUE(eventually([] { return QxHost_Dispatch(10) == QX_ERR_TIMEOUT; }));
+    EXPECT_EQ(gGot->count, 1U);
+    EXPECT_EQ(QxHost_ServeModule(49, nullptr, nullptr), QX_OK);
+    EXPECT_EQ(post(49, 3), QX_ERR_NOBODY);
+}
+
+// ---- Event handles ----
+
+uint32_t gCalls = 0;
+EventHandle *gHandle = nullptr;
+
+uint32_t count(void *data)
+{
+    gCalls += *static_cast<uint32_t *>(data);
+    return 5;
+}
+
+uint32_t countTen(void *)
+{
+    gCalls += 10;
+    return 0;
+}
+
+// Takes itself away and adds another, while it is called.
+uint32_t giveWay(void *)
+{
+    EXPECT_EQ(gHandle->pfnUnregister(gHandle, 1, giveWay), QX_OK);
+    EXPECT_EQ(gHandle->pfnRegister(gHandle, 1, countTen), QX_OK);
+    return 0;
+}
+
+TEST(EventHandles, CallWhatIsRegisteredForTheType)
+{
+    EventHandle *holder = nullptr;
+    gHandle = EventHandle_GetEventHandle(&holder);
+    ASSERT_EQ(gHandle, holder);
+    EXPECT_EQ(EventHandle_GetEventHandle(&holder), holder);
+    EXPECT_EQ(EventHandle_GetEventHandle(nullptr), nullptr);
+    uint32_t one = 1;
+    const auto invoked = [&](uint32_t event) {
+        gCalls = 0;
+        EXPECT_EQ(gHandle->pfnInvoke(gHandle, event, &one, 0, 0), QX_OK);
+        return gCalls;
+    };
+    EXPECT_EQ(invoked(1), 0U) << "nobody yet";
+    EXPECT_EQ(gHandle->pfnRegister(gHandle, 1, count), QX_OK);
+    EXPECT_EQ(gHandle->pfnRegister(gHandle, 1, count), QX_OK) << "once, though";
+    EXPECT_EQ(gHandle->pfnRegister(gHandle, 2, countTen), QX_OK);
+    EXPECT_EQ(gHandle->pfnRegister(gHandle, 1, giveWay), QX_OK);
+    EXPECT_EQ(gHandle->pfnRegister(gHandle, 1, nullptr), QX_ERR);
+    EXPECT_EQ(gHandle->pfnGetCount(gHandle, 1), 2U);
+    EXPECT_EQ(invoked(1), 1U) << "what is added meanwhile is called the next time";
+    EXPECT_EQ(invoked(1), 11U);
+    EXPECT_EQ(invoked(2), 10U);
+    EXPECT_EQ(gHandle->pfnIsRegistered(gHandle, 1, giveWay), 0U);
+    EXPECT_EQ(gHandle->pfnUnregister(gHandle, 1, giveWay), QX_ERR_NOT_FOUND);
+    EXPECT_EQ(gHandle->pfnInvoke(nullptr, 1, nullptr, 0, 0), QX_ERR);
+}
+
+} // namespace

@@ -12,9 +12,9 @@
 #include "qxpkt.h"
 
 /*
- * The socket of a link type. The kernel gives a port away again before it tells of its release, so a port does
- * not say whose it is: the socket does. The notifier takes a holder out while its socket still exists, so the
- * pointer needs no reference.
+ * The socket of a link type. The kernel gives a port away again before it tells of its release, so a port
+ * does not say whose it is: the socket does. The notifier takes a holder out while its socket still exists,
+ * so the pointer needs no reference.
  */
 struct qxpkt_holder {
     const struct sock *socket; /* NULL: nobody */
@@ -108,8 +108,8 @@ static int take_data(struct sk_buff *skb, struct genl_info *info)
         return type;
     mutex_lock(&holders_lock);
     if (holders[type].socket == NETLINK_CB(skb).sk)
-        result = answer(&holders[type], nla_data(attribute) + sizeof(u32),
-                        nla_len(attribute) - (int)sizeof(u32));
+        result =
+            answer(&holders[type], nla_data(attribute) + sizeof(u32), nla_len(attribute) - (int)sizeof(u32));
     mutex_unlock(&holders_lock);
     return result;
 }

@@ -19,7 +19,7 @@ enum qxpkt_command {
 
 enum qxpkt_attribute {
     QXPKT_ATTR_LINK_TYPE = 1, /* the link type in the first 4 bytes */
-    /* To the kernel: the link type in the first 4 bytes, then the packet; to the process: the packet alone. */
+    /* To the kernel: the link type in the first 4 bytes, then the packet; to the process: the packet. */
     QXPKT_ATTR_DATA = 2,
 };
 

@@ -62,7 +62,8 @@ TEST_F(TableService, LooksAtEverySizeBeforeUse)
     };
     for (const Row &row : rows) {
         const auto data = std::make_unique<char[]>(row.size); // of exactly that size, for the sanitizer
-        std::memcpy(data.get(), row.words.data(), std::min<size_t>(row.size, row.words.size() * 4));
+        const auto *const words = reinterpret_cast<const char *>(row.words.data());
+        std::copy_n(words, std::min<size_t>(row.size, row.words.size() * 4), data.get());
         const auto reply = std::make_unique<uint32_t[]>(row.replySize / 4 + 1);
         const QxSyncRequest request{.ulCode = row.code,
                                     .ulPid = 1,

@@ -8,11 +8,10 @@ namespace zema {
 
 struct OptionLine {
     std::string_view name; // empty when the line has none
-    char *value;           // behind the "=", to the end of the line
+    char *value;           // behind the "=", to the end of the line; null without "="
 };
 
-// Splits as strtok_r does at the first "=" behind the name's start; each "=" before the name is skipped. A
-// line without one is all name.
+// Splits as strtok_r does at the first "=" behind the name's start; each "=" before the name is skipped.
 inline OptionLine splitOptionLine(char *line)
 {
     char *name = line;
@@ -20,7 +19,7 @@ inline OptionLine splitOptionLine(char *line)
         ++name;
     }
     char *const end = strchrnul(name, '=');
-    return {.name = {name, end}, .value = *end == '=' ? end + 1 : end};
+    return {.name = {name, end}, .value = *end == '=' ? end + 1 : nullptr};
 }
 
 } // namespace zema

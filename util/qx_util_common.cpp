@@ -861,7 +861,7 @@ Lookup lookUpOption(const char *wan, std::string_view option, Nameless nameless,
         if (split.name.empty() && nameless == Nameless::endsLookup) {
             return Lookup::nameless;
         }
-        if (!split.name.empty() && split.name == option) {
+        if (split.value != nullptr && !split.name.empty() && split.name == option) {
             return take(split.value) ? Lookup::done : Lookup::noValue;
         }
     }

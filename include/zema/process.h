@@ -12,8 +12,10 @@ QX_BEGIN_DECLS
 /*
  * Finds the process whose line of the list that "ps w" prints matches both pcProcess and pcKeyword, as grep
  * matches its pattern. Of several the first one counts; a line that holds "ps" anywhere, or does not begin
- * with a number, does not. The list passes through a file under /var that the two texts name, so two lookups
- * of the same pair must not run at once; of different pairs they may, on any thread.
+ * with a number, does not. The list passes through a file under /var that the two texts name, the second one
+ * without its blanks, as "pcProcess_pcKeyword_pid.txt": they hold no "/" and are short enough for a file's
+ * name, and two lookups that name the same file must not run at once; others may, on any thread. A text that
+ * begins with "-" is an option to grep.
  *
  * 0 and the identifier in *pulPid. 1, and *pulPid untouched, when an argument is missing (not recorded), or,
  * recorded (1), when pcKeyword has more than 255 characters, there is no memory to escape the texts for the

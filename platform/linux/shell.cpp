@@ -1,8 +1,11 @@
+#include "platform/linux/vec.h"
 #include "qx/process.h"
 
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <spawn.h>
+#include <string_view>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -32,16 +35,36 @@ private:
     posix_spawnattr_t attributes_{};
 };
 
+// This process's environment with the locale of bytes: in some others the backslash that escapes a character
+// may be read as the second half of the one before. False when there is no memory.
+bool makeEnvironment(qx::Vec<char *> &out)
+{
+    constexpr std::string_view kLocale = "LC_ALL=";
+    static char bytes[] = "LC_ALL=C";
+
+    for (char **variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
+        if (std::strncmp(*variable, kLocale.data(), kLocale.size()) != 0 && !out.push(*variable)) {
+            return false;
+        }
+    }
+    return out.push(bytes) && out.push(nullptr);
+}
+
 // The shell's process; -1 when it could not be started.
 pid_t startShell(const char *line)
 {
+    qx::Vec<char *> environment;
+    if (!makeEnvironment(environment)) {
+        return -1;
+    }
     char name[] = "sh";
     char option[] = "-c";
     char endOfOptions[] = "--";
     char *const arguments[] = {name, option, endOfOptions, const_cast<char *>(line), nullptr};
     const FreshSignals signals;
     pid_t pid = -1;
-    return posix_spawn(&pid, "/bin/sh", nullptr, signals.get(), arguments, environ) == 0 ? pid : -1;
+    return posix_spawn(&pid, "/bin/sh", nullptr, signals.get(), arguments, environment.begin()) == 0 ? pid
+                                                                                                     : -1;
 }
 
 } // namespace

@@ -114,7 +114,7 @@ TEST_F(UtilSystem, ReadsOptions)
         {"an empty value", "dns=\n", ""},
         {"no value", "dns=", "-0"},
         {"nothing but blanks", "dns=   ", "-0"},
-        {"a last line that is the name", "a=b\ndns", "-0"},
+        {"a last line that is the name", "a=b\ndns", "-"},
         {"a name without value elsewhere", "dns\ndns=a\n", "a"},
         {"equal signs alone, a newline behind them", "===\ndns=a", "a"},
         {"and without one", "===", "-", "dns", "-0"},

@@ -7,10 +7,10 @@
 #include "zema/wan_options.h"
 
 #include <algorithm>
-#include <cerrno>
+#include <array>
 #include <cstdarg>
 #include <cstdio>
-#include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <optional>
@@ -18,11 +18,12 @@
 // What the library prints on the console while it reads is no part of the answer.
 uint32_t QX_OS_Printf(const char *format, ...)
 {
+    std::array<char, 4096> text{};
     va_list arguments;
     va_start(arguments, format);
-    std::vfprintf(stderr, format, arguments);
+    std::vsnprintf(text.data(), text.size(), format, arguments);
     va_end(arguments);
-    return QX_OK;
+    return std::fputs(tools::harmless(text.data(), "\r\n").c_str(), stderr) >= 0 ? QX_OK : QX_ERR;
 }
 
 namespace zemash {
@@ -74,10 +75,12 @@ int showOptions(const std::vector<std::string> &words, bool json)
 {
     const std::string &wan = words.front();
     const std::string path = "/var/wan/" + wan + "/config";
+    std::error_code error;
+    const bool isFile = std::filesystem::is_regular_file(path, error);
     std::ifstream file(path);
-    if (!file) {
+    if (!isFile || !file) {
         std::fprintf(stderr, "zemash: cannot read %s: %s\n", tools::harmless(path).c_str(),
-                     std::strerror(errno));
+                     error ? error.message().c_str() : "no regular file, or not open to you");
         return kNoAnswer;
     }
     const bool named = words.size() > 1;

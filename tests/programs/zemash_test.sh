@@ -70,6 +70,45 @@ row "json without a command" 2 'goes with' --json
 row "following what has no end" 2 'goes with' -f words
 row "words with words" 2 'takes no words' words fw
 row "the manual" 0 'Exit status' --help
+row "a check without a value" 2 'a kind and a value' check mac
+row "a check of no known kind" 2 'unknown kind "ipv5"' check ipv5 1.2.3.4.5
+row "a value like an option" 1 'rejected: not decimal' check number -- -5
+while read -r kind good bad reason; do
+    [ "$good" = - ] || row "$kind $good" 0 '^accepted$' check "$kind" -- "$good"
+    row "$kind $bad" 1 "^rejected: .*$reason" check "$kind" -- "$bad"
+done <<'KINDS'
+ipv4 10.0.0.255 10.0.0.256 numbers up to 255
+host 10.0.0.1 224.0.0.1 from 1.0.0.0 to 223
+mask 255.255.254.0 255.0.255.0 ones and then zeros
+host-with-mask 10.0.0.1/255.0.0.0 10.255.255.255/255.0.0.0 broadcast
+host-with-mask - 127.0.0.1/255.0.0.0 the host is not
+host-with-mask - 10.0.0.1 the mask is not
+ipv6 fe80::1 ff02::1 multicast
+ipv6 - :: unspecified
+ipv6 - ::1 loopback
+ipv6 - 1.2.3.4 no IPv6 address
+ipv6-mask ffff:fe00:: ffff:0:ffff:: ones and then zeros
+ipv6-mask - ff:: ones and then zeros
+ipv6-mask - 64 no IPv6 address
+mac 0:1:2:3:4:f 0:1:2:3:4 six hexadecimal
+mac - : no number at all
+domain a-.b -a.b no hyphen at
+range 10.0.0.1-10.0.0.9 10.0.0.9-10.0.0.1 start is above
+range - 10.0.0.1 no hyphen
+range - 10.0.0.1- no end
+range - a-10.0.0.1 start is no IPv4
+range - 10.0.0.1-a end is no IPv4
+range - 10.0.0.1-10.0.1.1 last numbers
+range - 255.255.255.1-255.255.255.1 255.255.255.0/24
+range - 0.0.0.0-0.0.0.1 begins with 0.0.0.0
+number 007 7.0 decimal digits
+KINDS
+row "what the library recorded" 1 '^  qx_util_common.cpp:[1-9][0-9]*  1 0 0 0 0$' check ipv6 ::1
+row "a rejected value as an object" 1 . check --json domain "$(printf 'a%.0s' {1..256})"
+expect "its fields" json '.kind == "domain" and .accepted == false and (.value | length) == 256 and
+    (.reason | startswith("not a name of labels")) and .records[0].values == [1, 256, 0, 0, 0] and .records[0].line > 0'
+row "an accepted one" 0 '"accepted": true, "reason": null, "records": \[\]}' --json check number 1
+expect "values that somebody tries leave no record" test ! -e "$ZEMA_RUNTIME_DIR"
 row "more strings than receivers take" 2 'do not fit' usr $(seq 40)
 row "nobody there" 3 'nobody there' -c 'fw show all'
 row "nobody there for an event" 3 'nobody there' words

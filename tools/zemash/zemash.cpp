@@ -1,4 +1,5 @@
 // The operator's console: options, and what they ask for.
+#include "check.h"
 #include "console.h"
 #include "qx/host.h"
 #include "records.h"
@@ -11,7 +12,9 @@
 #include <cstdio>
 #include <getopt.h>
 #include <optional>
+#include <string>
 #include <unistd.h>
+#include <vector>
 
 namespace zemash {
 namespace {
@@ -21,6 +24,7 @@ constexpr char kHelp[] = R"(usage: zemash [-t N] [-d] [--wait MS]              a
        zemash [-t N] [--wait MS] [--json] words
        zemash [-t N] [--wait MS] [--json] usr [WORD]...
        zemash records [-f] [--json]
+       zemash check [--json] KIND VALUE
 
 The operator's console of the zema service. It is terminal N: commands are sent in its name, and what processes
 print on terminal N appears here, whenever it comes.
@@ -39,6 +43,10 @@ level, "usr WORD... ?" tells what a node takes, "usr WORD... ARGUMENT..." execut
 left in every process, dead ones too: time, process, its identifier, source line, five values of which the first is
 the failure's code.
 
+check asks the library whether it accepts a VALUE of the configuration, and says accepted, or rejected and why; then
+what the library recorded of it: source line, five values. It asks no other process and leaves no record. The KINDs
+stand at the end. A value that begins with - goes behind --.
+
 A command ends when every process that received it is done with it. A process that does not finish in time, or dies,
 is named on standard error.
 
@@ -48,16 +56,20 @@ Ctrl-D, exit and quit leave. enable and disable switch between debug commands (p
 ~/.local/state/zema/history. When standard input is no terminal, each line is a command, and the exit status is the
 last one's.
 
-Exit status: 0 answered; 1 the service refused the command; 2 wrong use; 3 no answer, or not all of it: nobody there,
-no process printed anything, one did not finish or died.
+Exit status: 0 answered or accepted; 1 the service refused the command, or the library the value; 2 wrong use; 3 no
+answer, or not all of it: nobody there, no process printed anything, one did not finish or died.
 
 With --json a command prints one object: command, terminal, entry (display, debug, words, tree), result (of the
 remote procedure, null when there is none), exit, output (all that was printed on the terminal meanwhile), answers
 (for each process that received the command or printed: pid, process, state, text; the state is done, waiting, died,
 or other for one that only printed). records prints one object a line: time (UTC), process, pid, thread, alive,
-number, file, line, values. Bytes that are no UTF-8 appear as U+FFFD.
+number, file, line, values. check prints one object: kind, value, accepted, reason (null when accepted), records (file,
+line, values). Bytes that are no UTF-8 appear as U+FFFD.
 
 Processes meet in a runtime directory: $ZEMA_RUNTIME_DIR, else /run/zema for root, else $XDG_RUNTIME_DIR/zema.
+
+The kinds of values, the function of the library that decides, and what it takes:
+
 )";
 
 constexpr uint32_t kMaxTerminal = 65534;
@@ -69,7 +81,8 @@ struct Options {
     bool debug = false;
     bool json = false;
     bool follow = false;
-    bool records = false;
+    std::string listing; // records or check, which need no terminal
+    std::vector<std::string> words;
     std::optional<std::string> command;
     std::optional<int> exit; // nothing more to do
 };
@@ -109,9 +122,9 @@ void takeNumber(Options &options, uint32_t &number, const char *name, uint32_t m
     number = given.value_or(0);
 }
 
-int tell(const char *text)
+int tell(const std::string &text)
 {
-    std::fputs(text, stdout);
+    std::fputs(text.c_str(), stdout);
     return kAnswered;
 }
 
@@ -135,7 +148,7 @@ void takeOption(Options &options, int letter)
         options.follow = true;
         return;
     case 'h':
-        options.exit = tell(kHelp);
+        options.exit = tell(kHelp + kindsForHelp());
         return;
     case 'V':
         options.exit = tell("zemash " ZEMA_VERSION "\n");
@@ -155,11 +168,46 @@ void takeOptions(Options &options, int argc, char **argv)
     }
 }
 
-// What stands behind the options: words, records (both with options behind them), or a tree walk to the end.
+// What may stand behind the options: a word, with so many others behind it, between options of its own.
+struct Verb {
+    std::string_view word;
+    size_t least;
+    size_t most;
+    bool isListing;
+    const char *use;
+};
+
+constexpr size_t kAnyNumber = SIZE_MAX;
+
+constexpr Verb kVerbs[] = {
+    {"words", 0, 0, false, "takes no words"},
+    {"usr", 0, kAnyNumber, false, ""},
+    {"records", 0, 0, true, "takes no words"},
+    {"check", 2, 2, true, "takes a kind and a value"},
+};
+
+// The words behind a verb, and the options between them. Behind "--" everything is a word; getopt, asked
+// again, would begin anew there.
+void takeWords(Options &options, int argc, char **argv)
+{
+    for (bool wordsOnly = false; !options.exit;) {
+        if (!wordsOnly) {
+            takeOptions(options, argc, argv);
+            wordsOnly = argv[optind - 1] == std::string_view("--");
+        }
+        if (optind >= argc) {
+            return;
+        }
+        options.words.emplace_back(argv[optind++]);
+    }
+}
+
 void takeVerb(Options &options, int argc, char **argv)
 {
     const std::string_view verb = argv[optind];
-    if (verb != "words" && verb != "records" && verb != "usr") {
+    const auto *const row = std::find_if(std::begin(kVerbs), std::end(kVerbs),
+                                         [&](const Verb &each) { return each.word == verb; });
+    if (row == std::end(kVerbs)) {
         options.exit = misuse("unknown word \"" + tools::harmless(verb) + "\"");
         return;
     }
@@ -167,20 +215,21 @@ void takeVerb(Options &options, int argc, char **argv)
         options.exit = misuse("-c and " + std::string(verb) + " exclude each other");
         return;
     }
-    options.records = verb == "records";
     if (verb == "usr") {
         for (options.command = "usr"; ++optind < argc;) {
             *options.command += " " + std::string(argv[optind]);
         }
         return;
     }
-    if (!options.records) {
-        options.command = verb;
-    }
     ++optind;
-    takeOptions(options, argc, argv);
-    if (!options.exit && optind < argc) {
-        options.exit = misuse(std::string(verb) + " takes no words");
+    takeWords(options, argc, argv);
+    if (!options.exit && (options.words.size() < row->least || options.words.size() > row->most)) {
+        options.exit = misuse(std::string(verb) + " " + row->use);
+    }
+    if (row->isListing) {
+        options.listing = verb;
+    } else {
+        options.command = verb;
     }
 }
 
@@ -191,11 +240,11 @@ Options parse(int argc, char **argv)
     if (!options.exit && optind < argc) {
         takeVerb(options, argc, argv);
     }
-    if (!options.exit && options.follow && !options.records) {
+    if (!options.exit && options.follow && options.listing != "records") {
         options.exit = misuse("-f goes with records");
     }
-    if (!options.exit && options.json && !options.command && !options.records) {
-        options.exit = misuse("--json goes with a command or records");
+    if (!options.exit && options.json && !options.command && options.listing.empty()) {
+        options.exit = misuse("--json goes with a command or a listing");
     }
     return options;
 }
@@ -227,6 +276,14 @@ int runOnTerminal(const Options &options)
                            : Console(terminal, options.debug, options.waitMs).run();
 }
 
+int showListing(const Options &options)
+{
+    if (options.listing == "check") {
+        return showCheck(options.words, options.json);
+    }
+    return showRecords(options.json, options.follow);
+}
+
 } // namespace
 } // namespace zemash
 
@@ -238,7 +295,7 @@ int main(int argc, char **argv)
     if (options.exit) {
         return *options.exit;
     }
-    const int exit = options.records ? showRecords(options.json, options.follow) : runOnTerminal(options);
+    const int exit = options.listing.empty() ? runOnTerminal(options) : showListing(options);
     QxHost_Leave();
     if (endSignal() != 0) {
         dieBy(endSignal());

@@ -240,7 +240,8 @@ type_in check host-with-mask 192.168.1.255/255.255.255.0
 check "a broadcast address is no host's" exited 1
 type_in check ipv6 ::1
 check "the loopback address is refused" exited 1
-check "with what the library recorded" out_has "recorded: qx_util_common.cpp:"
+check "with the reason" out_has "loopback"
+check "with what the library recorded" out_has "  qx_util_common.cpp:"
 type_in devices
 check "the loopback device is there" out_has "127.0.0.1"
 

@@ -6,6 +6,8 @@
 // header of an IPv4 packet, is over before lanes would pay.
 #pragma once
 
+#include <algorithm>
+#include <array>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -30,21 +32,6 @@ inline Word load(const uint8_t *at)
     return word;
 }
 
-// The words in the last bytes, fewer than four. A single byte is the first one of a word.
-inline uint32_t sumRest(const uint8_t *at, size_t size)
-{
-    uint32_t sum = 0;
-    if (size >= 2) {
-        sum = load<uint16_t>(at);
-        at += 2;
-    }
-    if (size % 2 != 0) {
-        const uint8_t last[2] = {*at, 0};
-        sum += load<uint16_t>(last);
-    }
-    return sum;
-}
-
 // The complement of a sum folded to 16 bits, its carries added at the other end.
 constexpr uint16_t finish(uint32_t sum)
 {
@@ -62,28 +49,37 @@ inline void add(Word &sum, Word word)
     sum += sum < word ? 1 : 0;
 }
 
+// The bytes behind the last whole word of data that has one, as a word that zeros complete: the end of the
+// data as a word, without what belongs to the word before.
+inline Word wordOfRest(const uint8_t *end, size_t size)
+{
+    return load<Word>(end - sizeof(Word)) >> 8 * (sizeof(Word) - 1 - size % sizeof(Word)) >> 8;
+}
+
+// The upper half of a sum and its rotation is that of both halves and their carry.
+constexpr uint16_t foldWord(uint64_t sum)
+{
+    const auto half = static_cast<uint32_t>((sum + std::rotl(sum, 32)) >> 32);
+    return static_cast<uint16_t>(~((half + std::rotl(half, 16)) >> 16));
+}
+
 inline uint16_t ofShort(const uint8_t *at, size_t size)
 {
-    Word sum = 0;
-    for (; size >= 2 * sizeof(Word); at += 2 * sizeof(Word), size -= 2 * sizeof(Word)) {
-        add(sum, load<Word>(at));
-        add(sum, load<Word>(at + sizeof(Word)));
+    if (size < sizeof(Word)) {
+        std::array<uint8_t, sizeof(Word)> bytes = {};
+        std::copy_n(at, size, bytes.begin());
+        return foldWord(std::bit_cast<Word>(bytes));
     }
+    Word sum = wordOfRest(at + size, size);
     if ((size & sizeof(Word)) != 0) {
         add(sum, load<Word>(at));
         at += sizeof(Word);
     }
-    if (sizeof(Word) > 4 && (size & 4) != 0) {
-        add(sum, load<uint32_t>(at));
-        at += 4;
+    for (; size >= 2 * sizeof(Word); at += 2 * sizeof(Word), size -= 2 * sizeof(Word)) {
+        add(sum, load<Word>(at));
+        add(sum, load<Word>(at + sizeof(Word)));
     }
-    if ((size & 3) != 0) {
-        add(sum, sumRest(at, size & 3));
-    }
-    // The upper half of a sum and its rotation is that of both halves and their carry.
-    const uint64_t wide = sum;
-    const auto half = static_cast<uint32_t>((wide + std::rotl(wide, 32)) >> 32);
-    return static_cast<uint16_t>(~((half + std::rotl(half, 16)) >> 16));
+    return foldWord(sum);
 }
 
 // The sum of 16-bit words in size bytes, a multiple of what two vectors hold.
@@ -118,7 +114,15 @@ using WideLanes [[gnu::vector_size(32)]] = uint32_t;
 }
 #endif
 
-inline uint16_t ofLong(const uint8_t *at, size_t size)
+// Both 16-bit words of each half of a word, in the halves: few enough of them carry nothing over.
+constexpr uint64_t sumHalves(uint64_t word)
+{
+    constexpr uint64_t kLow = 0x0000FFFF0000FFFF;
+    return (word & kLow) + (word >> 16 & kLow);
+}
+
+// Out of line, so that short data pays for none of its registers.
+[[gnu::noinline]] inline uint16_t ofLong(const uint8_t *at, size_t size)
 {
     const size_t whole = size / kBlock * kBlock;
 #ifdef __x86_64__
@@ -126,11 +130,12 @@ inline uint16_t ofLong(const uint8_t *at, size_t size)
 #else
     uint32_t sum = sumVectors<Lanes>(at, whole);
 #endif
-    for (at += whole, size -= whole; size >= 4; at += 4, size -= 4) {
-        const auto word = load<uint32_t>(at);
-        sum += (word & 0xFFFF) + (word >> 16);
+    uint64_t halves = sumHalves(wordOfRest(at + size, size));
+    for (at += whole, size -= whole; size >= sizeof(Word); at += sizeof(Word), size -= sizeof(Word)) {
+        halves += sumHalves(load<Word>(at));
     }
-    return finish(sum + sumRest(at, size));
+    sum += static_cast<uint32_t>(halves) + static_cast<uint32_t>(halves >> 32);
+    return finish(sum);
 }
 
 inline uint16_t of(const void *data, size_t size)

@@ -218,7 +218,7 @@ uint32_t QX_UTL_ValidateSubnetMask(const char *pcText)
         return ZEMA_ERR;
     }
     auto *const copy = static_cast<char *>(buffer.data());
-    std::memcpy(copy, text.data(), text.size());
+    zema::copyFew(text, copy);
     copy[text.size()] = '\0';
     return acceptIf(zema::isContiguousMask({copy, text.size()}));
 }

@@ -35,6 +35,21 @@ constexpr bool beginsWith(std::string_view text, std::string_view start)
     return text.size() >= start.size() && std::equal(start.begin(), start.end(), text.begin());
 }
 
+// Copies a text of a few words, without a call: the last word overlaps the one before it.
+inline void copyFew(std::string_view text, char *out)
+{
+    constexpr size_t kWord = sizeof(uint64_t);
+
+    if (text.size() < kWord) {
+        std::copy(text.begin(), text.end(), out);
+        return;
+    }
+    for (size_t at = 0; at + kWord < text.size(); at += kWord) {
+        std::memcpy(out + at, text.data() + at, kWord);
+    }
+    std::memcpy(out + text.size() - kWord, text.data() + text.size() - kWord, kWord);
+}
+
 // A text as far as it matters: of a longer one, limit + 1 characters, and no byte behind them is read.
 inline std::string_view viewUpTo(const char *text, size_t limit)
 {

@@ -124,12 +124,13 @@ struct Model {
         FILE *const file = static_cast<FILE *>(QX_OS_Fopen("", "r"));
         for (bool found = false; !found && std::fgets(line, sizeof line, file) != nullptr;) {
             char *save = nullptr;
+            const bool hasValue = strchr(line + strspn(line, "="), '=') != nullptr;
             const char *const name = *line == '\n' ? "\n" : strtok_r(line, "=", &save);
             if (name == nullptr && !wantsAll) {
                 ++records;
                 break;
             }
-            found = name != nullptr && *line != '\n' && option == name;
+            found = hasValue && name != nullptr && *line != '\n' && option == name;
             if (found) {
                 wantsAll ? all(option, save) : first(save, size);
             }

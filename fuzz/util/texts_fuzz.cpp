@@ -6,7 +6,9 @@
 #include "zema/strings.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -46,7 +48,7 @@ void convert(const std::string &plain, uint32_t size)
     (void)QX_UTL_ValidateHostIpWithSubnetMask(text, text);
     (void)QX_UTL_CheckIPV6_FE8_AND_FEC(text);
     require(QX_UTL_ValidateIpv6Mask(text, &value) != 0 || value <= 128);
-    require((QX_UTL_ATOI(text, &value) == 0) == (plain.empty() || model::isDecimal(plain)));
+    require((QX_UTL_ATOI(text, &value) == 0) == (plain.empty() || model::kDecimal.matches(plain)));
     require(QX_UTL_IsIpRange(text) == 0 || plain.find('-') != std::string::npos);
 }
 
@@ -72,10 +74,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     std::string text(reinterpret_cast<const char *>(data) + 2, size - 2);
     (void)QX_UTL_Checksum(data, static_cast<int32_t>(size));
     text.resize(std::strlen(text.c_str()));
-    require(model::disagreement(text, 1) == nullptr);
+    require(model::disagreement(text) == nullptr);
     convert(text, room);
-    std::vector<std::string> lines = model::split(text, "\n");
-    lines.resize(3);
+    std::vector<std::string> lines(3);
+    std::istringstream stream(text);
+    for (std::string &line : lines) {
+        std::getline(stream, line);
+    }
     replace(lines, room);
     return 0;
 }

@@ -75,32 +75,49 @@ row "options of a connection that is not there" 3 'No such file' options no-such
 row "the machine's devices" 0 '^lo +1 ' devices
 row "the machine's devices as objects" 0 . devices --json
 expect "their fields" json '.name == "lo" and .index == 1 and .address == "127.0.0.1" and .mask == "255.0.0.0"'
-while read -r kind accepted rejected; do
-    row "a good $kind" 0 '^accepted$' check "$kind" "$accepted"
-    row "a bad $kind" 1 '^rejected: wanted is ' check "$kind" "$rejected"
-done <<'TEXT'
-ipv4 010.1.2.3 1.2.3
-host 192.168.1.1 127.0.0.1
-mask 255.255.254.0 255.0.255.0
-host-with-mask 10.0.0.1/255.255.255.0 10.0.0.255/255.255.255.0
-ipv6 2001:db8::1 ff02::1
-ipv6-mask ffff:fe00:: ffff:0:ffff::
-mac 0:1:2:3:4:5 00-11-22-33-44-55
-domain a-.b a..b
-range 10.0.0.1-10.0.0.9 10.0.0.9-10.0.0.1
-number 007 7a
-TEXT
-row "what the library records of a value" 1 '^recorded: qx_util_common.cpp:[0-9]+ 1 0 0 0 0$' check ipv6 ::1
-row "a value as an object" 1 . check --json mac ''
-expect "its fields" json '.kind == "mac" and .value == "" and .accepted == false and .records[0].values == [1, 0, 0, 0, 0]'
-row "a value with a hyphen" 1 '^rejected' check number -- -5
-row "an unknown kind" 2 'unknown kind' check ip 1.2.3.4
-row "a kind alone" 2 'takes a kind and a value' check ipv4
-zemash records >"$scratch/out" 2>"$scratch/err"
-expect "a value that is tried is no fault of the service" test ! -s "$scratch/out"
 row "tables of nobody" 3 'no live process' tables
 row "a table that is no number" 2 'takes numbers' tables x
 row "the manual" 0 'Exit status' --help
+row "a check without a value" 2 'a kind and a value' check mac
+row "a check of no known kind" 2 'unknown kind "ipv5"' check ipv5 1.2.3.4.5
+row "a value like an option" 1 'rejected: not decimal' check number -- -5
+while read -r kind good bad reason; do
+    [ "$good" = - ] || row "$kind $good" 0 '^accepted$' check "$kind" -- "$good"
+    row "$kind $bad" 1 "^rejected: .*$reason" check "$kind" -- "$bad"
+done <<'KINDS'
+ipv4 10.0.0.255 10.0.0.256 numbers up to 255
+host 10.0.0.1 224.0.0.1 from 1.0.0.0 to 223
+mask 255.255.254.0 255.0.255.0 ones and then zeros
+host-with-mask 10.0.0.1/255.0.0.0 10.255.255.255/255.0.0.0 broadcast
+host-with-mask - 127.0.0.1/255.0.0.0 the host is not
+host-with-mask - 10.0.0.1 the mask is not
+ipv6 fe80::1 ff02::1 multicast
+ipv6 - :: unspecified
+ipv6 - ::1 loopback
+ipv6 - 1.2.3.4 no IPv6 address
+ipv6-mask ffff:fe00:: ffff:0:ffff:: ones and then zeros
+ipv6-mask - ff:: ones and then zeros
+ipv6-mask - 64 no IPv6 address
+mac 0:1:2:3:4:f 0:1:2:3:4 six hexadecimal
+mac - : no number at all
+domain a-.b -a.b no hyphen at
+range 10.0.0.1-10.0.0.9 10.0.0.9-10.0.0.1 start is above
+range - 10.0.0.1 no hyphen
+range - 10.0.0.1- no end
+range - a-10.0.0.1 start is no IPv4
+range - 10.0.0.1-a end is no IPv4
+range - 10.0.0.1-10.0.1.1 last numbers
+range - 255.255.255.1-255.255.255.1 255.255.255.0/24
+range - 0.0.0.0-0.0.0.1 begins with 0.0.0.0
+number 007 7.0 decimal digits
+KINDS
+row "what the library recorded" 1 '^  qx_util_common.cpp:[1-9][0-9]*  1 0 0 0 0$' check ipv6 ::1
+row "a rejected value as an object" 1 . check --json domain "$(printf 'a%.0s' {1..256})"
+expect "its fields" json '.kind == "domain" and .accepted == false and (.value | length) == 256 and
+    (.reason | startswith("not a name of labels")) and .records[0].values == [1, 256, 0, 0, 0] and .records[0].line > 0'
+row "an accepted one" 0 '"accepted": true, "reason": null, "records": \[\]}' --json check number 1
+zemash records >"$scratch/out" 2>"$scratch/err"
+expect "values that somebody tries leave no record" test ! -s "$scratch/out"
 row "more strings than receivers take" 2 'do not fit' usr $(seq 40)
 row "nobody there" 3 'nobody there' -c 'fw show all'
 row "nobody there for an event" 3 'nobody there' words

@@ -1,15 +1,15 @@
-// The library's validators, from a shell.
+// Values of the configuration, as the library's validators see them.
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace zemash {
 
-constexpr int kAccepted = 0;
-constexpr int kRejected = 1;
+// The words are a kind and its texts. Says whether the library accepts them, and why not; the exit status.
+int showCheck(const std::vector<std::string> &words, bool json);
 
-// Says whether a value is accepted as one of its kind and, where the library recorded why not, what it
-// recorded. The exit code: kUsage for a kind that there is not.
-int checkValue(const std::string &kind, const std::string &value, bool json);
+// The kinds, one a line, with what they take and the function that decides.
+std::string kindsForHelp();
 
 } // namespace zemash

@@ -57,9 +57,9 @@ devices shows the machine's network devices as the library sees them: name, kern
 address, IPv4 address and mask, and the private flag that zemad keeps. options shows the options of the connection
 WAN, from the file /var/wan/WAN/config, with their values; with NAME only that one's values, one a line.
 
-check asks the library whether it takes a value (behind -- when it begins with a hyphen): ipv4, host (an address that
-a host may have), mask, host-with-mask (ADDRESS/MASK), ipv6, ipv6-mask, mac, domain, range (START-END), number. A
-rejected one is told what is wanted and what the library recorded. Nobody else needs to run.
+check asks the library whether it accepts a VALUE of the configuration, and says accepted, or rejected and why; then
+what the library recorded, source line and values. A value that begins with a hyphen stands behind --. Nobody else needs
+to run. The kinds are listed at the end.
 
 A command ends when every process that received it is done with it. A process that does not finish in time, or dies,
 is named on standard error.
@@ -81,7 +81,8 @@ or other for one that only printed). The others print one object a line. records
 alive, number, file, line, values. tables: table, items; or table, index, length; or table, index, length, hex; with
 --layer also layer (index, state, state2Jiffies, state3Jiffies, table, visible; null for a shorter item). devices:
 name, index, status (up, down), mac, address, mask, flag (null for what a device has not). options: option, values.
-check: kind, value, accepted, wanted, records. Bytes that are no UTF-8 appear as U+FFFD.
+check: kind, value, accepted, reason (null when accepted), records (file,
+line, values). Bytes that are no UTF-8 appear as U+FFFD.
 
 Processes meet in a runtime directory: $ZEMA_RUNTIME_DIR, else /run/zema for root, else $XDG_RUNTIME_DIR/zema.
 )";
@@ -132,9 +133,9 @@ void takeNumber(Options &options, uint32_t &number, const char *name, uint32_t m
     number = given.value_or(0);
 }
 
-int tell(const char *text)
+int tell(const std::string &text)
 {
-    std::fputs(text, stdout);
+    std::fputs(text.c_str(), stdout);
     return kAnswered;
 }
 
@@ -161,7 +162,7 @@ void takeOption(Options &options, int letter)
         options.layer = true;
         return;
     case 'h':
-        options.exit = tell(kHelp);
+        options.exit = tell(kHelp + kindsForHelp());
         return;
     case 'V':
         options.exit = tell("zemash " ZEMA_VERSION "\n");
@@ -198,7 +199,7 @@ int showSomeOptions(const Options &options)
 
 int checkGiven(const Options &options)
 {
-    return checkValue(options.words[0], options.words[1], options.json);
+    return showCheck(options.words, options.json);
 }
 
 int showSomeTables(const Options &options)

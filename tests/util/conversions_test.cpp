@@ -295,7 +295,8 @@ TEST_F(Conversions, ReplaceTheFirstOccurrence)
         {"a source too long", longest + "x", "x", "y", 400, 1, "", recorded({1})},
         {"a search too long", "x", longest + "x", "y", 400, 1, "", recorded({1})},
         {"a long replacement, whole", "-x-", "x", longest + longest, 600, 0, "-" + longest + longest + "-"},
-        {"that does not fit after all", "-x-", "x", longest + longest, 300, 0, "-", {{1, ERANGE, 300, 256}}},
+        {"that does not fit after all", "-x-", "x", longest + longest, 300, 0, "-",
+         recorded({1, ERANGE, 300, 256})},
         {"no replacement appended", "a-b-c", "b", "xyz", 32, 0, "a--c", recorded({1, 34, 32, 3}), 1},
         {"no rest appended", "a-b-c", "b", "xyz", 32, 0, "a-xyz", recorded({1, 34, 32}), 2},
     };

@@ -429,7 +429,7 @@ void serve(Source &source)
 
 bool takeStop()
 {
-    const bool asked = gStopAsked.exchange(false);
+    const bool asked = gStopAsked.load() && gStopAsked.exchange(false);
     if (asked) {
         drainStop();
     }
@@ -441,15 +441,17 @@ int waitForEvents(std::span<epoll_event> events, int32_t timeoutMs)
 {
     // A paused listener is tried again before long: what made room need not be a connection of ours.
     constexpr int32_t kPausedMs = 100;
-    const uint64_t deadline = monotonicNs() + static_cast<uint64_t>(std::max(timeoutMs, 0)) * 1'000'000U;
+    const bool isEndless = timeoutMs < 0;
+    const uint64_t deadline =
+        isEndless ? UINT64_MAX : monotonicNs() + static_cast<uint64_t>(timeoutMs) * 1'000'000U;
     for (;;) {
         resumeListener();
-        const uint64_t now = monotonicNs();
+        const uint64_t now = isEndless ? 0 : monotonicNs();
         const uint64_t left = now >= deadline ? 0 : (deadline - now + 999'999U) / 1'000'000U;
-        int32_t wait = timeoutMs < 0 ? -1 : static_cast<int32_t>(left);
+        int32_t wait = isEndless ? -1 : static_cast<int32_t>(left);
         wait = gBus.paused && (wait < 0 || wait > kPausedMs) ? kPausedMs : wait;
         const int ready = epoll_wait(gBus.epollFd, events.data(), static_cast<int>(events.size()), wait);
-        const bool over = timeoutMs >= 0 && monotonicNs() >= deadline;
+        const bool over = !isEndless && monotonicNs() >= deadline;
         if (ready > 0 || gStopAsked.load() || over || (ready < 0 && errno != EINTR)) {
             return std::max(ready, 0);
         }

@@ -10,7 +10,8 @@
 namespace qx {
 namespace {
 
-// Below this size, copying a payload behind its header costs less than telling the kernel of two pieces.
+// Below this size, copying a payload from or to its place behind the header costs less than telling the
+// kernel of two pieces.
 constexpr size_t kSmallFrame = 512;
 
 uint64_t coarseMs()
@@ -50,11 +51,23 @@ ssize_t sendLarge(int fd, FrameHeader &header, Payload payload, int flags)
     return sendmsg(fd, &message, flags | MSG_NOSIGNAL);
 }
 
+// Like the next one.
+ssize_t receiveSmall(int fd, FrameHeader &header, Room room, int flags)
+{
+    std::array<std::byte, kSmallFrame> bytes;
+    const ssize_t got = recv(fd, bytes.data(), sizeof header + room.size(), flags | MSG_TRUNC);
+    std::memcpy(&header, bytes.data(), sizeof header);
+    const size_t payload =
+        std::max<size_t>(static_cast<size_t>(std::max<ssize_t>(got, 0)), sizeof header) - sizeof header;
+    std::copy_n(bytes.data() + sizeof header, std::min(payload, room.size()), room.data());
+    return got;
+}
+
 // The size of the frame, whatever of it found room.
 ssize_t receiveOnce(int fd, FrameHeader &header, Room room, int flags)
 {
-    if (room.empty()) {
-        return recv(fd, &header, sizeof header, flags | MSG_TRUNC);
+    if (sizeof header + room.size() <= kSmallFrame) {
+        return receiveSmall(fd, header, room, flags);
     }
     std::array<iovec, 2> parts{{
         {.iov_base = &header, .iov_len = sizeof header},

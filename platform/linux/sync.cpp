@@ -26,12 +26,16 @@ constinit Owner gOwner{}; // LockId::sync
 constinit Reply gReply{}; // the dispatching thread's
 
 // Whether this process is the owner, and then the handler's result. The lock keeps it from being called twice
-// at once; the handler itself may ask again.
-bool askHere(const QxSyncRequest &request, uint32_t &result)
+// at once; the handler itself may ask again. A request without a process is this one's, which is told only
+// now: it takes a call of the kernel.
+bool askHere(QxSyncRequest request, uint32_t &result)
 {
     const Lock lock(LockId::sync);
     if (gOwner.handler == nullptr) {
         return false;
+    }
+    if (request.ulPid == 0) {
+        request.ulPid = QX_OS_GetPID();
     }
     result = gOwner.handler(gOwner.context, &request);
     return true;
@@ -89,7 +93,7 @@ uint32_t DataSync_SyncData1(uint32_t code, const void *request, uint16_t size, v
         return QX_ERR;
     }
     const QxSyncRequest asked{.ulCode = code,
-                              .ulPid = QX_OS_GetPID(),
+                              .ulPid = 0,
                               .pvData = request,
                               .ulSize = size,
                               .pvReply = reply,

@@ -36,8 +36,12 @@ uint32_t answer(void *context, const QxSyncRequest *request)
 {
     const bool isDevice =
         request->ulCode == ZEMA_SYNC_NETDEV_DELETE || request->ulCode == ZEMA_SYNC_NETDEV_PRIV_FLAG;
-    return isDevice ? tools::deviceService(request->ulCode, request->pvData, request->ulSize)
-                    : tools::serveTables(context, request);
+    if (!isDevice) {
+        return tools::serveTables(context, request);
+    }
+    const bool wantsReply = request->ulReplySize != 0; // there is none to give
+    return wantsReply ? QX_ERR_PROTOCOL
+                      : tools::deviceService(request->ulCode, request->pvData, request->ulSize);
 }
 
 uint32_t ownTables()

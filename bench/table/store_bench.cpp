@@ -52,8 +52,7 @@ struct Theirs {
     };
     inline static Map<uint32_t, Map<uint32_t, Held>> tables;
 
-    __attribute__((noipa)) static uint32_t save(uint32_t table, uint32_t index, const void *data,
-                                                uint32_t length)
+    [[gnu::noinline]] static uint32_t save(uint32_t table, uint32_t index, const void *data, uint32_t length)
     {
         auto &items = tables[table];
         const auto found = items.find(index);
@@ -72,7 +71,7 @@ struct Theirs {
         items.emplace(index, Held{block, length});
         return 0;
     }
-    __attribute__((noipa)) static uint32_t get(uint32_t table, uint32_t index, void *out, uint32_t length)
+    [[gnu::noinline]] static uint32_t get(uint32_t table, uint32_t index, void *out, uint32_t length)
     {
         auto &items = tables[table];
         const auto found = items.find(index);
@@ -82,7 +81,7 @@ struct Theirs {
         (void)memcpy_s(out, length, found->second.block, length);
         return 0;
     }
-    __attribute__((noipa)) static uint32_t remove(uint32_t table, uint32_t index)
+    [[gnu::noinline]] static uint32_t remove(uint32_t table, uint32_t index)
     {
         auto &items = tables[table];
         const auto found = items.find(index);

@@ -259,16 +259,17 @@ TEST_F(Kernel, TheModuleOutlivesHostileMessagesAndItsOwnComingAndGoing)
     std::thread hostile([&] {
         EXPECT_TRUE(inChild([&] {
             std::mt19937 engine(7); // NOLINT(cert-msc32-c,cert-msc51-cpp): the same bytes in every run
+            const auto any = [&engine] { return static_cast<uint32_t>(engine()); };
             while (!*done) {
-                const Link link(engine() % 30);
+                const Link link(any() % 30);
                 std::array<uint32_t, 64> words{};
                 for (uint32_t &word : words) {
-                    word = engine() % 4 == 0 ? engine() : engine() % 40;
+                    word = any() % 4 == 0 ? any() : any() % 40;
                 }
-                words[0] = engine() % sizeof words;
+                words[0] = any() % static_cast<uint32_t>(sizeof words);
                 words[1] = link.link.ulFamilyId | 1U << 16U;
-                words[4] = engine() % 4 | 1U << 8U;
-                words[5] = engine() % 64 | (engine() % 4) << 16U;
+                words[4] = any() % 4 | 1U << 8U;
+                words[5] = any() % 64 | (any() % 4) << 16U;
                 ::send(link.link.lSockFd, words.data(), std::max(words[0], 16U), MSG_DONTWAIT);
             }
             return true;

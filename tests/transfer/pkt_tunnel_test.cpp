@@ -94,17 +94,18 @@ std::string raw(T value)
 }
 
 // Its length may lie.
-std::string attribute(uint16_t type, const std::string &value, size_t lie = 0)
+std::string attribute(uint16_t type, const std::string &value, int lie = 0)
 {
-    std::string text = raw(static_cast<uint16_t>(4 + value.size() + lie)) + raw(type) + value;
+    std::string text =
+        raw(static_cast<uint16_t>(4 + static_cast<int>(value.size()) + lie)) + raw(type) + value;
     text.resize((text.size() + 3) / 4 * 4, '\0');
     return text;
 }
 
-std::string message(uint16_t type, char command, const std::string &attributes, uint32_t lie = 0)
+std::string message(uint16_t type, char command, const std::string &attributes, int lie = 0)
 {
-    return raw(static_cast<uint32_t>(20 + attributes.size()) + lie) + raw(type) + "\1\0\0\0\0\0"s +
-           raw(kPort) + command + "\1\0\0"s + attributes;
+    return raw(20 + static_cast<int>(attributes.size()) + lie) + raw(type) + "\1\0\0\0\0\0"s + raw(kPort) +
+           command + "\1\0\0"s + attributes;
 }
 
 std::string packetOf(const std::string &packet)
@@ -181,14 +182,14 @@ TEST_F(PktTunnel, WhatFailsInTheCreationIsRecordedAndTheSocketClosed)
         {"QX_OS_Recv", {{1}}, kReply, {}, 1, 0},
         {"an error, which the family's absence is", refused(40), message(2, 1, kName + family)},
         {"shorter than a header", refused(15), kReply, 15},
-        {"says less than a header", refused(40), message(16, 1, kName + family, -25U)},
+        {"says less than a header", refused(40), message(16, 1, kName + family, -25)},
         {"says more than there is", refused(40), message(16, 1, kName + family, 1)},
         {"no attribute", refused(20), message(16, 1, "")},
         {"one attribute", refused(32), message(16, 1, kName)},
         {"a first one beyond the end", refused(32), message(16, 1, attribute(2, "QXPKT\0"s, 60000))},
-        {"a first one without a head", refused(32), message(16, 1, attribute(2, "", -4U) + family)},
-        {"a second one that is cut short", refused(37), message(16, 1, kName + family, -3U), 37},
-        {"a second one without a head", refused(40), message(16, 1, kName + attribute(1, "\x1C\0"s, -3U))},
+        {"a first one without a head", refused(32), message(16, 1, attribute(2, "", -4) + family)},
+        {"a second one that is cut short", refused(37), message(16, 1, kName + family, -3), 37},
+        {"a second one without a head", refused(40), message(16, 1, kName + attribute(1, "\x1C\0"s, -3))},
         {"another type", {{1, 3}, {1}}, message(16, 1, kName + attribute(3, "\x1C\0"s))},
         {"half an identifier", {{1, 0}, {1}}, message(16, 1, kName + attribute(1, "\x1C"))},
         {"the identifier 0", {{1, 0}, {1}}, message(16, 1, kName + attribute(1, "\0\0"s))},
@@ -263,7 +264,7 @@ TEST_F(PktTunnel, ShowsAPacketOnlyWhereOneWasReceived)
 {
     constexpr uint32_t kUntouched = 4711;
     const std::string hundred = message(28, 2, attribute(2, std::string(100, 'p')));
-    const auto lying = [](size_t lie) { return message(28, 2, attribute(2, std::string(100, 'p'), lie)); };
+    const auto lying = [](int lie) { return message(28, 2, attribute(2, std::string(100, 'p'), lie)); };
     struct Row {
         const char *reason;
         std::string bytes;
@@ -282,14 +283,14 @@ TEST_F(PktTunnel, ShowsAPacketOnlyWhereOneWasReceived)
         {"a failed receive", hundred, kMinusOne, kUntouched, {}, 2072, -1},
         {"an empty message", hundred, 0, kUntouched, {}, 2072, 0},
         {"less than a header", hundred, 15, kUntouched, {}, 2072, 15},
-        {"says less than a header", message(28, 2, attribute(2, ""), -9U), 24},
+        {"says less than a header", message(28, 2, attribute(2, ""), -9), 24},
         {"cut short", hundred, 123, kUntouched, {}, 2072, 123},
         {"another attribute", message(28, 2, attribute(3, "p")), 1, kUntouched, {{1, 3}}},
-        {"none", message(28, 2, attribute(2, ""), -4U), 1, kUntouched, {{1}}, 24, 20},
+        {"none", message(28, 2, attribute(2, ""), -4), 1, kUntouched, {{1}}, 24, 20},
         {"longer than the buffer", lying(1), 1, 101, {{1, 101, 100}}, 124},
         {"longer than the buffer and what came", lying(9), 1, 109, {{1, 109, 106}}, 130},
         {"longer than what came", lying(1), 1, 101, {{1, 101, 100}}},
-        {"shorter than its head", lying(-101U), 1, kMinusOne, {{1, kMinusOne, 2048}}},
+        {"shorter than its head", lying(-101), 1, kMinusOne, {{1, kMinusOne, 2048}}},
     };
     std::array<uint8_t, 2072> buffer;
     uint32_t length = 0;

@@ -36,6 +36,7 @@ void PlatformDouble::reset()
     journal.clear();
     rpcRows.clear();
     blocks.clear();
+    addresses.clear();
     visited.clear();
     subscriptions.clear();
     elements.clear();
@@ -300,6 +301,7 @@ void *QX_OS_MemMallocD(uint32_t size)
         void *const block = real<QX_OS_MemMallocD>("QX_OS_MemMallocD")(size);
         const std::scoped_lock guard(platform().lock);
         platform().blocks.insert(block);
+        platform().addresses.insert(static_cast<uint32_t>(reinterpret_cast<uintptr_t>(block)));
         return block;
     });
 }

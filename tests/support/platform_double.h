@@ -54,6 +54,7 @@ public:
     std::set<std::pair<std::string, uint32_t>> places; // that recorded: a file and a line
     std::vector<QxRpcRow> rpcRows;
     std::set<void *> blocks;          // of the allocator, not yet given back
+    std::set<uint32_t> addresses;     // of all that it handed out, as records hold them
     std::vector<std::string> visited; // elements that a list's visitor marked as visited
     bool visitMissingElement = false; // for-each visits a null element first
 

@@ -123,7 +123,6 @@ std::string TableTest::deeds()
     const auto nameOf = [](const std::string &long_) {
         return names.contains(long_) ? names.at(long_) : long_;
     };
-    constexpr uint64_t kAddresses = 1000; // are above, and so are codes, which stand first
     std::string all;
     for (const Call &call : std::exchange(platform.journal, {})) {
         const bool isRecord = call.function == "record";
@@ -133,7 +132,8 @@ std::string TableTest::deeds()
         }
         std::string numbers;
         for (const uint64_t value : values) {
-            const bool isAddress = isRecord && !numbers.empty() && value > kAddresses;
+            const bool isAddress =
+                isRecord && !numbers.empty() && platform.addresses.count(static_cast<uint32_t>(value)) != 0;
             numbers += (numbers.empty() ? "" : ",") + (isAddress ? "@" : std::to_string(value));
         }
         all += (all.empty() ? "" : " ") + nameOf(isRecord ? call.bytes : call.function);

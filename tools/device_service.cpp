@@ -94,17 +94,14 @@ uint32_t answerDelete(const void *request)
 
 // ---- Flags ----
 
-// A flag belongs to the device that had the name when it was set: another one of that name begins without.
-struct Flag {
-    uint32_t index;
-    uint16_t value;
-};
+// By kernel index: a device keeps its flag whatever it is called, and another one of its name begins without.
+std::map<uint32_t, uint16_t> flags;
 
-std::map<std::string, Flag, std::less<>> flags;
-
-bool isGone(const std::pair<const std::string, Flag> &flag)
+// Only what the kernel says counts: a question that could not be asked takes no flag away.
+bool isGone(const std::pair<const uint32_t, uint16_t> &flag)
 {
-    return if_nametoindex(flag.first.c_str()) != flag.second.index;
+    char name[IF_NAMESIZE];
+    return if_indextoname(flag.first, name) == nullptr && errno == ENXIO;
 }
 
 // What the kernel lets a device be called.
@@ -122,20 +119,21 @@ uint32_t answerFlag(const void *request)
     if (!mayBeName(name)) {
         return QX_ERR;
     }
-    std::erase_if(flags, isGone); // so there are never more flags than devices
     const uint32_t index = if_nametoindex(name.c_str());
     if (index == 0) {
-        return QX_ERR_NOT_FOUND;
+        return errno == ENODEV ? QX_ERR_NOT_FOUND : ZEMA_ERR_NETDEV_SOCKET;
     }
-    flags[name] = {.index = index, .value = record.usFlag};
+    if (!flags.contains(index)) {
+        std::erase_if(flags, isGone); // so there are never more flags than devices
+    }
+    flags[index] = record.usFlag;
     return QX_OK;
 }
 
 uint32_t tellFlag(uint32_t /*callerWord*/, char *text, uintptr_t, uintptr_t, uintptr_t)
 {
-    std::erase_if(flags, isGone);
-    const auto found = flags.find(std::string_view(text));
-    return found != flags.end() ? kHasFlag | found->second.value : 0;
+    const auto found = flags.find(if_nametoindex(text));
+    return found != flags.end() ? kHasFlag | found->second : 0;
 }
 
 struct Service {

@@ -4,6 +4,8 @@
 #include "platform/linux/connection.h"
 #include "platform/linux/locks.h"
 
+#include <algorithm>
+
 namespace qx {
 namespace {
 

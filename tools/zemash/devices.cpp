@@ -13,7 +13,6 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <ifaddrs.h>
 #include <optional>
 #include <string>
@@ -47,14 +46,16 @@ std::optional<std::vector<Listed>> listDevices()
     }
     std::vector<Listed> listed;
     for (const ifaddrs *each = addresses; each != nullptr; each = each->ifa_next) {
-        // An address may have a label: the device's name, ":" and a word.
-        const std::string name(each->ifa_name, std::strcspn(each->ifa_name, ":"));
-        auto found =
-            std::find_if(listed.begin(), listed.end(), [&](const Listed &one) { return one.name == name; });
-        if (found == listed.end()) {
-            found = listed.insert(found, {name, false});
+        if (each->ifa_addr != nullptr && each->ifa_addr->sa_family == AF_PACKET) { // one a device
+            listed.push_back({each->ifa_name, false});
         }
-        found->hasAddress |= each->ifa_addr != nullptr && each->ifa_addr->sa_family == AF_INET;
+    }
+    // An address under another label than the device's name is not what the kernel answers with.
+    for (const ifaddrs *each = addresses; each != nullptr; each = each->ifa_next) {
+        const auto found = std::ranges::find(listed, each->ifa_name, &Listed::name);
+        if (found != listed.end() && each->ifa_addr != nullptr) {
+            found->hasAddress |= each->ifa_addr->sa_family == AF_INET;
+        }
     }
     freeifaddrs(addresses);
     return listed;

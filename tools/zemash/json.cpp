@@ -27,6 +27,8 @@ std::string quoted(std::string_view bytes)
             out += {'\\', bytes.front()};
         } else if (first < 0x20 || first == 0x7F) {
             out += escaped(first);
+        } else if (length == 2 && first == 0xC2 && static_cast<uint8_t>(bytes[1]) < 0xA0) {
+            out += escaped(static_cast<uint8_t>(bytes[1])); // a control character of more than ASCII
         } else if (length == 0) {
             out += "\\ufffd";
         } else {

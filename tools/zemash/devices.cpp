@@ -13,6 +13,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <ifaddrs.h>
 #include <optional>
 #include <string>

@@ -16,6 +16,9 @@ install(FILES "${CMAKE_BINARY_DIR}/zema-config.cmake" "${CMAKE_BINARY_DIR}/zema-
 
 # From the place of the files, so that an installation can be moved.
 file(RELATIVE_PATH ZEMA_PC_TO_PREFIX "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
+if(NOT CMAKE_CROSSCOMPILING)
+  set(ZEMA_PC_LZ4 "Requires.private: liblz4")
+endif()
 foreach(module zema qxplatform)
   configure_file(cmake/${module}.pc.in "${CMAKE_BINARY_DIR}/${module}.pc" @ONLY)
   install(FILES "${CMAKE_BINARY_DIR}/${module}.pc" DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig

@@ -31,7 +31,7 @@ endfunction()
 zema_package(libqxplatform1 libqxplatform1 libs "" "Linux platform layer of the zema service")
 zema_package(libzema1 libzema1 libs "libqxplatform1 ${version}"
   "Common utility library of the zema service")
-zema_package(development libzema-dev libdevel "libzema1 ${version}, libqxplatform1 ${version}"
+zema_package(development libzema-dev libdevel "libzema1 ${version}, libqxplatform1 ${version}, liblz4-dev"
   "Headers, CMake and pkg-config files of the zema libraries")
 zema_package(tools zema-tools admin
   "libzema1 ${version}, libqxplatform1 ${version}"

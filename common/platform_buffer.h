@@ -11,6 +11,7 @@ class PlatformBuffer {
 public:
     explicit PlatformBuffer(uint32_t size) : PlatformBuffer(QX_OS_MemMallocD(size), size) {}
     static PlatformBuffer zeroed(uint32_t size) { return {QX_OS_MemMallocSet(size), size}; }
+    static PlatformBuffer none() { return {nullptr, 0}; }
     ~PlatformBuffer()
     {
         if (block_ != nullptr) {

@@ -56,6 +56,14 @@ void joinWithEveryRole()
         7, [](void *, const QxPrint *print) { return touch(print->pcBytes, print->ulSize); }, nullptr);
     QxHost_ServeKernel([](void *, const void *message, uint32_t size) { return touch(message, size); },
                        nullptr);
+    QxHost_ServeModule(
+        7, [](void *, void *message, uint32_t size) { return touch(message, size + 1024); }, nullptr);
+    QxHost_ServeSync(
+        [](void *, const QxSyncRequest *request) {
+            memset(request->pvReply, 'x', request->ulReplySize);
+            return touch(request->pvData, request->ulSize);
+        },
+        nullptr);
     if (QxHost_FlowOpen() == nullptr) {
         abort();
     }
@@ -90,7 +98,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     header.length = (right & 2) != 0 ? static_cast<uint32_t>(length - sizeof header) : header.length;
     header.number = (right & 4) != 0 ? 7 : header.number;
     header.flow = (right & 8) != 0 ? 0 : header.flow;
-    header.kind = (right & 16) != 0 ? static_cast<qx::FrameKind>(1 + right % 6) : header.kind;
+    header.kind = (right & 16) != 0 ? static_cast<qx::FrameKind>(1 + right % 8) : header.kind;
     memcpy(bytes.data(), &header, sizeof header);
     if (fd < 0) {
         fd = connectToSelf();

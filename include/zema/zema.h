@@ -13,6 +13,7 @@
 #include "zema/index_array.h"
 #include "zema/ipv4.h"
 #include "zema/ipv6.h"
+#include "zema/large_data.h"
 #include "zema/layer_base.h"
 #include "zema/mac.h"
 #include "zema/multi_hashtable.h"

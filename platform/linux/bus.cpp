@@ -48,6 +48,7 @@ struct Bus {
     bool paused; // the listener is not watched: no more connections fit now
     bool full;   // and that was recorded
     Source stop;
+    Source own; // counts the messages of this process to itself
     Incoming *incoming;
     uint32_t incomingCount;
     FrameBuffer *buffer;
@@ -59,6 +60,7 @@ constexpr Bus kNoBus{.self = {},
                      .paused = false,
                      .full = false,
                      .stop = {SourceKind::stop, -1},
+                     .own = {SourceKind::own, -1},
                      .incoming = nullptr,
                      .incomingCount = 0,
                      .buffer = nullptr};
@@ -167,7 +169,7 @@ void closeBus()
     }
     abandonFlows();
     gStopFd.store(-1);
-    for (int *fd : {&gBus.listener.fd, &gBus.stop.fd, &gBus.epollFd}) {
+    for (int *fd : {&gBus.listener.fd, &gBus.stop.fd, &gBus.own.fd, &gBus.epollFd}) {
         closeFd(*fd);
     }
     std::free(gBus.buffer);
@@ -397,6 +399,17 @@ bool handleFrame(const Incoming &connection)
     return header.serial == 0 || reply(connection, header.serial, handled);
 }
 
+void handleOwnMessage()
+{
+    uint64_t one = 0;
+    [[maybe_unused]] const ssize_t counted = read(gBus.own.fd, &one, sizeof one);
+    OwnMessage *const message = takeOwnMessage();
+    if (message != nullptr) {
+        handleInFlow({message->header, message->payload, gBus.self.pid});
+        std::free(message);
+    }
+}
+
 void drainStop()
 {
     uint64_t count = 0;
@@ -411,6 +424,9 @@ void serve(Source &source)
         break;
     case SourceKind::stop:
         drainStop();
+        break;
+    case SourceKind::own:
+        handleOwnMessage();
         break;
     case SourceKind::incoming: {
         auto &connection = reinterpret_cast<Incoming &>(source);
@@ -544,15 +560,17 @@ uint32_t openBus(Bus &bus)
 {
     bus.epollFd = epoll_create1(EPOLL_CLOEXEC);
     bus.stop.fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    bus.own.fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK | EFD_SEMAPHORE);
     bus.buffer = static_cast<FrameBuffer *>(std::aligned_alloc(alignof(FrameBuffer), sizeof(FrameBuffer)));
-    if (bus.epollFd < 0 || bus.stop.fd < 0 || bus.buffer == nullptr) {
+    if (bus.epollFd < 0 || bus.stop.fd < 0 || bus.own.fd < 0 || bus.buffer == nullptr) {
         return QX_ERR_NO_MEMORY;
     }
     bus.listener.fd = listenAs(bus.self);
     if (bus.listener.fd < 0) {
         return errno == EMFILE || errno == ENFILE || errno == ENOMEM ? QX_ERR_NO_MEMORY : QX_ERR_RUNTIME_DIR;
     }
-    if (!watchSource(bus.listener, EPOLLIN) || !watchSource(bus.stop, EPOLLIN)) {
+    if (!watchSource(bus.listener, EPOLLIN) || !watchSource(bus.stop, EPOLLIN) ||
+        !watchSource(bus.own, EPOLLIN)) {
         unlinkat(runtimeDirFd(), socketName(bus.self).data(), 0);
         return QX_ERR_NO_MEMORY;
     }
@@ -638,6 +656,12 @@ void releaseRole(Role role)
         removeClaim(*claim);
         gOwnClaims.removeAt(static_cast<uint32_t>(claim - gOwnClaims.begin()));
     }
+}
+
+void announceOwnMessage()
+{
+    const uint64_t one = 1;
+    [[maybe_unused]] const ssize_t counted = write(gBus.own.fd, &one, sizeof one);
 }
 
 bool watchForEnd(Watch &watch)

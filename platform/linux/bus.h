@@ -56,11 +56,21 @@ void forgetModules();
 void abandonFlows();
 void forgetRing();
 
+// A message of this process to itself. It waits here, not in a socket, whose little room only the dispatching
+// thread could empty, and that may be the sender.
+struct OwnMessage {
+    OwnMessage *next;
+    FrameHeader header;
+    alignas(std::max_align_t) std::byte payload[1]; // and more, followed by kPayloadPadding zeros
+};
+OwnMessage *takeOwnMessage(); // the oldest, the caller's to free; null when there is none
+void announceOwnMessage();    // dispatch is to take one more
+
 // Of dead processes, removes the oldest record files beyond those that are kept.
 void removeOldRings();
 
 // What an entry of the epoll set points at: the first member says what it is.
-enum class SourceKind { listener, stop, incoming, watch };
+enum class SourceKind { listener, stop, own, incoming, watch };
 
 struct Source {
     SourceKind kind;

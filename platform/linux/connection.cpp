@@ -345,18 +345,6 @@ void giveBack(PeerId id, int fd)
     gIdle.push({.id = id, .fd = fd});
 }
 
-// What a handler sends while it works for a flow is more of that flow, but for prints: they end at the
-// terminal. False when there is no memory to tell the origin of it.
-bool joinFlow(FrameHeader &header, PeerId receiver)
-{
-    if (tFlow == nullptr || header.flow != 0 || header.kind == FrameKind::print) {
-        return true;
-    }
-    header.flow = tFlow->flow;
-    header.origin = tFlow->origin;
-    return tFlow->add(receiver);
-}
-
 // The frame has not reached the receiver.
 void leaveFlow(const FrameHeader &header, PeerId receiver)
 {
@@ -370,6 +358,16 @@ void leaveFlow(const FrameHeader &header, PeerId receiver)
 FlowContext *&currentFlow()
 {
     return tFlow;
+}
+
+bool joinFlow(FrameHeader &header, PeerId receiver)
+{
+    if (tFlow == nullptr || header.flow != 0 || header.kind == FrameKind::print) {
+        return true;
+    }
+    header.flow = tFlow->flow;
+    header.origin = tFlow->origin;
+    return tFlow->add(receiver);
 }
 
 uint32_t timeLimitMs()

@@ -45,6 +45,10 @@ private:
     uint32_t result_;
 };
 
+// What a handler sends while it works for a flow is more of that flow, but for prints: they end at the
+// terminal. False when there is no memory to tell the origin of it.
+bool joinFlow(FrameHeader &header, PeerId receiver);
+
 // One frame, handed over in order. QX_OK, QX_ERR_PEER_GONE, QX_ERR_TIMEOUT, QX_ERR_TOO_LARGE. With
 // `acknowledged`, returns when the other process has handled it, and the result is its reply's. Work of a
 // flow that this thread is handling is marked as such and reported to the flow's origin.

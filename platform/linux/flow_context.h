@@ -19,11 +19,13 @@ struct FlowContext {
     PeerId origin;
     Vec<FlowShare, 8> shares;
 
-    // False when there is no memory for one more process.
+    // False when there is no memory for one more process. The first one stands for the process itself; what
+    // it sends to itself is a share like any other.
     bool add(PeerId id)
     {
+        FlowShare *const others = shares.begin() + std::min(shares.count(), 1U);
         FlowShare *const share =
-            std::find_if(shares.begin(), shares.end(), [&](const FlowShare &each) { return each.id == id; });
+            std::find_if(others, shares.end(), [&](const FlowShare &each) { return each.id == id; });
         if (share == shares.end()) {
             return shares.push({.id = id, .frames = 1});
         }

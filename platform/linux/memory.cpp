@@ -1,17 +1,69 @@
 #include "qx/memory.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
+#include <malloc.h>
+
+namespace {
+
+// Fresh pages cost more than what is done with a large block, and what the C library takes back it may give
+// to the kernel at once. So a few large ones are kept for whoever comes next, but not where a sanitizer is to
+// see their end.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr size_t kLeastKept = SIZE_MAX;
+#else
+constexpr size_t kLeastKept = size_t{128} << 10U;
+#endif
+constexpr size_t kMostKept = size_t{2} << 20U;
+
+constinit std::atomic<void *> gKept[2] = {};
+
+bool isKept(size_t size)
+{
+    return size >= kLeastKept && size <= kMostKept;
+}
+
+bool keep(void *block)
+{
+    return std::any_of(std::begin(gKept), std::end(gKept), [&](std::atomic<void *> &place) {
+        void *nothing = nullptr;
+        return place.compare_exchange_strong(nothing, block, std::memory_order_release,
+                                             std::memory_order_relaxed);
+    });
+}
+
+// One that is large enough, and not so large that it is wasted; null when there is none.
+void *takeKept(size_t size)
+{
+    for (std::atomic<void *> &place : gKept) {
+        void *const block = place.exchange(nullptr, std::memory_order_acquire);
+        if (block == nullptr) {
+            continue;
+        }
+        const size_t room = malloc_usable_size(block);
+        if (room >= size && room / 2 <= size) {
+            return block;
+        }
+        if (!keep(block)) {
+            std::free(block);
+        }
+    }
+    return nullptr;
+}
 
 // Not every C library answers a request for nothing with a block, and a null would read as "no memory".
-static size_t blockSize(uint32_t size)
+size_t blockSize(uint32_t size)
 {
     return std::max<size_t>(size, 1);
 }
 
+} // namespace
+
 void *QX_OS_MemMallocD(uint32_t size)
 {
-    return std::malloc(blockSize(size));
+    void *const kept = isKept(size) ? takeKept(size) : nullptr;
+    return kept != nullptr ? kept : std::malloc(blockSize(size));
 }
 
 void *QX_OS_MemMallocSet(uint32_t size)
@@ -21,6 +73,8 @@ void *QX_OS_MemMallocSet(uint32_t size)
 
 uint32_t QX_OS_MemFreeD(void *block)
 {
-    std::free(block);
+    if (block != nullptr && (!isKept(malloc_usable_size(block)) || !keep(block))) {
+        std::free(block);
+    }
     return QX_OK;
 }

@@ -17,7 +17,13 @@ struct Module {
     void *context;
 };
 
+struct OwnQueue {
+    OwnMessage *first;
+    OwnMessage *last;
+};
+
 constinit StaticVec<Module> gModules; // LockId::modules
+constinit OwnQueue gQueue{};          // LockId::modules
 constinit thread_local uint32_t tModule = 0;
 
 constexpr Role roleOf(uint32_t id)
@@ -47,15 +53,52 @@ uint32_t wordAt(const std::byte *bytes, uint32_t offset)
     return word;
 }
 
-// A process that serves the module itself gets the message as any other would: on its own connection.
-uint32_t sendToHolder(uint32_t id, Payload message)
+// A message as it travels: its header, with the size that the payload has, and the payload.
+void writeMessage(std::byte *out, const void *header, Payload payload)
 {
-    const FrameHeader header = frameOf(FrameKind::message, id);
-    if (lookUp(id).handler != nullptr) {
-        return sendToId(selfId(), header, message);
+    const auto size = static_cast<uint32_t>(payload.size());
+    std::memcpy(out, header, QX_MSG_HEADER_SIZE);
+    std::memcpy(out + QX_MSG_SIZE_OFFSET, &size, sizeof size);
+    std::copy(payload.begin(), payload.end(), out + QX_MSG_HEADER_SIZE);
+}
+
+uint32_t keepForDispatch(uint32_t id, const void *header, Payload payload)
+{
+    const size_t whole = QX_MSG_HEADER_SIZE + payload.size();
+    auto *const message =
+        static_cast<OwnMessage *>(std::calloc(1, sizeof(OwnMessage) + whole + kPayloadPadding));
+    if (message == nullptr) {
+        return QX_ERR_NO_MEMORY;
     }
+    message->header = frameOf(FrameKind::message, id);
+    message->header.length = static_cast<uint32_t>(whole);
+    writeMessage(message->payload, header, payload);
+    if (!joinFlow(message->header, selfId())) {
+        std::free(message);
+        return QX_ERR_NO_MEMORY;
+    }
+    const Lock lock(LockId::modules);
+    (gQueue.first == nullptr ? gQueue.first : gQueue.last->next) = message;
+    gQueue.last = message;
+    announceOwnMessage();
+    return QX_OK;
+}
+
+uint32_t sendAway(uint32_t id, const void *header, Payload payload)
+{
+    const size_t whole = QX_MSG_HEADER_SIZE + payload.size();
+    std::array<std::byte, kSmallMessage> small;
+    auto *const message = whole <= small.size() ? small.data() : static_cast<std::byte *>(std::malloc(whole));
+    if (message == nullptr) {
+        return QX_ERR_NO_MEMORY;
+    }
+    writeMessage(message, header, payload);
     uint32_t reached = 0;
-    const uint32_t result = sendToAll(roleOf(id), header, message, false, reached);
+    const uint32_t result =
+        sendToAll(roleOf(id), frameOf(FrameKind::message, id), {message, whole}, false, reached);
+    if (message != small.data()) {
+        std::free(message);
+    }
     return result == QX_OK && reached == 0 ? QX_ERR_NOBODY : result;
 }
 
@@ -76,8 +119,21 @@ Handled handleMessage(const Arrival &arrival)
     return {.status = QX_OK, .result = module.handler(module.context, arrival.payload, length)};
 }
 
+OwnMessage *takeOwnMessage()
+{
+    const Lock lock(LockId::modules);
+    OwnMessage *const message = gQueue.first;
+    if (message != nullptr) {
+        gQueue.first = message->next;
+    }
+    return message;
+}
+
 void forgetModules()
 {
+    while (OwnMessage *const message = takeOwnMessage()) {
+        std::free(message);
+    }
     const Lock lock(LockId::modules);
     gModules.clear();
 }
@@ -92,22 +148,9 @@ uint32_t QX_MSG_AsynSend(const void *payload, uint32_t size, const void *header,
     if (size > qx::kMaxPayload - QX_MSG_HEADER_SIZE) {
         return QX_ERR_TOO_LARGE;
     }
-    const uint32_t whole = QX_MSG_HEADER_SIZE + size;
-    std::array<std::byte, qx::kSmallMessage> small;
-    auto *const message = whole <= small.size() ? small.data() : static_cast<std::byte *>(std::malloc(whole));
-    if (message == nullptr) {
-        return QX_ERR_NO_MEMORY;
-    }
-    std::memcpy(message, header, QX_MSG_HEADER_SIZE);
-    std::memcpy(message + QX_MSG_SIZE_OFFSET, &size, sizeof size);
-    if (size > 0) {
-        std::memcpy(message + QX_MSG_HEADER_SIZE, payload, size);
-    }
-    const uint32_t result = qx::sendToHolder(qx::wordAt(message, QX_MSG_RECEIVER_OFFSET), {message, whole});
-    if (message != small.data()) {
-        std::free(message);
-    }
-    return result;
+    const uint32_t id = qx::wordAt(static_cast<const std::byte *>(header), QX_MSG_RECEIVER_OFFSET);
+    const auto send = qx::lookUp(id).handler != nullptr ? qx::keepForDispatch : qx::sendAway;
+    return send(id, header, qx::bytesOf(payload, size));
 }
 
 uint32_t QxHost_ServeModule(uint32_t module, QxMessageHandler handler, void *context)

@@ -1,4 +1,5 @@
 // Messages to modules and event handles: from one process into the callbacks of another.
+#include "qx/event.h"
 #include "qx/event_handle.h"
 #include "qx/message.h"
 #include "tests/support/processes.h"
@@ -35,17 +36,23 @@ uint32_t take(void *context, void *message, uint32_t size)
     return 1; // a handler's result is its own
 }
 
+uint32_t post(uint32_t module, uint32_t size)
+{
+    std::array<char, QX_MSG_HEADER_SIZE> header{};
+    memcpy(&header[QX_MSG_RECEIVER_OFFSET], &module, sizeof module);
+    const std::vector<char> payload(size, 1);
+    return QX_MSG_AsynSend(payload.data(), size, header.data(), 4);
+}
+
+void dispatchAll()
+{
+    while (QxHost_Dispatch(0) == QX_OK) {
+    }
+}
+
 class Modules : public Scratch {
 protected:
     Modules() { gGot = &*got_; }
-
-    static uint32_t post(uint32_t module, uint32_t size)
-    {
-        std::array<char, QX_MSG_HEADER_SIZE> header{};
-        memcpy(&header[QX_MSG_RECEIVER_OFFSET], &module, sizeof module);
-        const std::vector<char> payload(size, 1);
-        return QX_MSG_AsynSend(payload.data(), size, header.data(), 4);
-    }
 
     Shared<Got> got_;
 };
@@ -82,6 +89,64 @@ TEST_F(Modules, AMessageToOneselfComesWithALaterDispatch)
     EXPECT_EQ(gGot->count, 1U);
     EXPECT_EQ(QxHost_ServeModule(49, nullptr, nullptr), QX_OK);
     EXPECT_EQ(post(49, 3), QX_ERR_NOBODY);
+}
+
+constexpr uint32_t kEvent = 8853;
+
+TEST_F(Modules, AMessageBelongsToTheFlowOfItsSender)
+{
+    const Child child([] {
+        const auto handle = [](void *, void *, uint32_t) {
+            usleep(20'000);
+            return ++gGot->count;
+        };
+        EXPECT_EQ(QxHost_ServeModule(49, handle, nullptr), QX_OK);
+        EXPECT_EQ(EventCenter_SubscribeEvent(kEvent,
+                                             [](void *) { return post(49, 1) | post(49, 1) | post(49, 1); }),
+                  QX_OK);
+    });
+    QxFlow *const flow = QxHost_FlowOpen();
+    EXPECT_EQ(QxHost_FlowInvokeEvent(flow, kEvent, "", 1), QX_OK);
+    EXPECT_EQ(QxHost_FlowWait(flow, 10'000), QX_OK);
+    EXPECT_EQ(gGot->count, 3U) << "the flow ends with the last of them, though they are the receiver's own";
+    QxHost_FlowClose(flow);
+}
+
+constexpr uint32_t kMany = 3000; // more than a socket holds
+
+uint32_t postMany(void *, void *message, uint32_t size)
+{
+    const bool isFirst = size == QX_MSG_HEADER_SIZE;
+    for (uint32_t n = 0; isFirst && n < kMany; ++n) {
+        EXPECT_EQ(post(49, 500), QX_OK);
+    }
+    ++gGot->count;
+    return message == nullptr ? 1 : 0;
+}
+
+TEST_F(Modules, AHandlerMayPostToItsOwnProcessAsMuchAsItLikes)
+{
+    EXPECT_EQ(QxHost_ServeModule(49, postMany, nullptr), QX_OK);
+    EXPECT_EQ(post(49, 0), QX_OK);
+    dispatchAll();
+    EXPECT_EQ(gGot->count, kMany + 1);
+    std::thread other([] { EXPECT_EQ(post(49, 1), QX_OK); });
+    EXPECT_EQ(QxHost_Dispatch(10'000), QX_OK) << "another thread's message ends the wait";
+    other.join();
+    EXPECT_EQ(gGot->count, kMany + 2);
+    EXPECT_EQ(post(49, 1), QX_OK);
+    {
+        const Child child([] {
+            EXPECT_EQ(QxHost_ServeModule(50, take, &gGot), QX_OK);
+            dispatchAll();
+            gGot->count += 100;
+        });
+    }
+    EXPECT_EQ(gGot->count, kMany + 102) << "what waits in the parent is not the child's";
+    dispatchAll();
+    EXPECT_EQ(gGot->count, kMany + 103);
+    EXPECT_EQ(post(49, 1), QX_OK);
+    EXPECT_EQ(QxHost_Leave(), QX_OK) << "what waits is given back";
 }
 
 // ---- Event handles ----

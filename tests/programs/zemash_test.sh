@@ -179,6 +179,24 @@ expect "is followed" eventually grep -q ' 1 3 1 0 77$' "$scratch/followed"
 expect "and no record is shown twice" test "$(grep -c ' 1 3 1 0 5$' "$scratch/followed")" -eq 1
 kill "${pids[-1]}"
 
+head -c 5000 /dev/urandom >"$scratch/data"
+example() { "${emulator[@]}" "$bin/$1" "${@:2}"; }
+descriptor=$(example large_blocks write "$scratch/data" --plain)
+id=$(printf '%08x' "${descriptor%%:*}")
+row "a block" 0 "^$id +5000 .* large_blocks.* [0-9]+ .gone.$" blocks
+row "a block as an object" 0 . blocks --json
+expect "its fields" json "select(.id == \"$id\") | [.size, .alive, .removed] == [5000, false, false] and .age < 60"
+row "removing what is no block" 2 'goes with blocks' -r records
+row "a block whose maker is gone is removed" 0 . blocks --remove-orphans --json
+expect "that one" json "select(.id == \"$id\") | .removed"
+row "and no more there" 0 . blocks
+expect "not in the list" test "$(grep -c "$id" "$scratch/out")" -eq 0
+example large_blocks read "$descriptor" --plain >"$scratch/out" 2>"$scratch/err"
+expect "nor to be read" grep -q 0xF1000007 "$scratch/err"
+descriptor=$(example large_blocks write "$scratch/data")
+example large_blocks read "$descriptor" >"$scratch/out"
+expect "compressed and back" cmp -s "$scratch/data" "$scratch/out"
+
 kill -STOP "$module"
 eventually grep -q '^State:[[:space:]]*T' "/proc/$module/status"
 started=$(($(date +%s%N) / 1000000))

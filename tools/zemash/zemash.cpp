@@ -1,4 +1,5 @@
 // The operator's console: options, and what they ask for.
+#include "blocks.h"
 #include "check.h"
 #include "console.h"
 #include "devices.h"
@@ -29,6 +30,7 @@ constexpr char kHelp[] = R"(usage: zemash [-t N] [-d] [--wait MS]              a
        zemash records [-f] [--json]
        zemash tables [--layer] [--json] [TABLE [INDEX]]
        zemash devices [--json]
+       zemash blocks [--remove-orphans] [--json]
        zemash options [--json] WAN [NAME]
        zemash check [--json] KIND VALUE
 
@@ -42,6 +44,7 @@ print on terminal N appears here, whenever it comes.
   -j, --json         JSON instead of text
   -f, --follow       records: goes on with new ones until Ctrl-C
   -l, --layer        tables: items are layer records, whose headers are decoded
+  -r, --remove-orphans  blocks: removes those whose maker is gone
   -h, --help         this text
   -V, --version      the version
 
@@ -56,6 +59,10 @@ number of their items, the items of one with their lengths, or one item's bytes.
 devices shows the machine's network devices as the library sees them: name, kernel index, up or down, hardware
 address, IPv4 address and mask, and the private flag that zemad keeps. options shows the options of the connection
 WAN, from the file /var/wan/WAN/config, with their values; with NAME only that one's values, one a line.
+
+blocks lists the blocks of shared memory that this user's processes have left for a reader: identifier, size, age,
+and who made them. A maker may be gone and its block still be awaited; --remove-orphans removes those blocks all the
+same, and lists them.
 
 check asks the library whether it accepts a VALUE of the configuration, and says accepted, or rejected and why; then
 what the library recorded, source line and values. A value that begins with a hyphen stands behind --. Nobody else needs
@@ -81,6 +88,7 @@ or other for one that only printed). The others print one object a line. records
 alive, number, file, line, values. tables: table, items; or table, index, length; or table, index, length, hex; with
 --layer also layer (index, state, state2Jiffies, state3Jiffies, table, visible; null for a shorter item). devices:
 name, index, status (up, down), mac, address, mask, flag (null for what a device has not). options: option, values.
+blocks: id, size, age (seconds), process, pid, alive, removed.
 check: kind, value, accepted, reason (null when accepted), records (file,
 line, values). Bytes that are no UTF-8 appear as U+FFFD.
 
@@ -96,6 +104,7 @@ struct Options {
     bool json = false;
     bool follow = false;
     bool layer = false;
+    bool removeOrphans = false;
     const struct Verb *listing = nullptr; // what needs no terminal
     std::vector<std::string> words;       // behind it
     std::optional<std::string> command;
@@ -103,11 +112,17 @@ struct Options {
 };
 
 constexpr option kOptions[] = {
-    {"terminal", required_argument, nullptr, 't'}, {"command", required_argument, nullptr, 'c'},
-    {"debug", no_argument, nullptr, 'd'},          {"wait", required_argument, nullptr, 'w'},
-    {"json", no_argument, nullptr, 'j'},           {"follow", no_argument, nullptr, 'f'},
-    {"layer", no_argument, nullptr, 'l'},          {"help", no_argument, nullptr, 'h'},
-    {"version", no_argument, nullptr, 'V'},        {nullptr, 0, nullptr, 0},
+    {"terminal", required_argument, nullptr, 't'},
+    {"command", required_argument, nullptr, 'c'},
+    {"debug", no_argument, nullptr, 'd'},
+    {"wait", required_argument, nullptr, 'w'},
+    {"json", no_argument, nullptr, 'j'},
+    {"follow", no_argument, nullptr, 'f'},
+    {"layer", no_argument, nullptr, 'l'},
+    {"remove-orphans", no_argument, nullptr, 'r'},
+    {"help", no_argument, nullptr, 'h'},
+    {"version", no_argument, nullptr, 'V'},
+    {nullptr, 0, nullptr, 0},
 };
 
 int misuse(const std::string &what)
@@ -161,6 +176,9 @@ void takeOption(Options &options, int letter)
     case 'l':
         options.layer = true;
         return;
+    case 'r':
+        options.removeOrphans = true;
+        return;
     case 'h':
         options.exit = tell(kHelp + kindsForHelp());
         return;
@@ -175,7 +193,7 @@ void takeOption(Options &options, int letter)
 void takeOptions(Options &options, int argc, char **argv)
 {
     for (int letter = 0; !options.exit && letter >= 0;) {
-        letter = getopt_long(argc, argv, "+t:c:dw:jflhV", kOptions, nullptr);
+        letter = getopt_long(argc, argv, "+t:c:dw:jflrhV", kOptions, nullptr);
         if (letter >= 0) {
             takeOption(options, letter);
         }
@@ -190,6 +208,11 @@ int showAllRecords(const Options &options)
 int showAllDevices(const Options &options)
 {
     return showDevices(options.json);
+}
+
+int showAllBlocks(const Options &options)
+{
+    return showBlocks(options.json, options.removeOrphans);
 }
 
 int showSomeOptions(const Options &options)
@@ -232,6 +255,7 @@ constexpr Verb kVerbs[] = {
     {"records", 0, 0, "takes no words", showAllRecords},
     {"tables", 0, 2, "takes a table and an index at most", showSomeTables},
     {"devices", 0, 0, "takes no words", showAllDevices},
+    {"blocks", 0, 0, "takes no words", showAllBlocks},
     {"options", 1, 2, "takes a connection and at most one name", showSomeOptions},
     {"check", 2, 2, "takes a kind and a value", checkGiven},
 };
@@ -295,6 +319,9 @@ Options parse(int argc, char **argv)
     }
     if (!options.exit && options.layer && listing != "tables") {
         options.exit = misuse("--layer goes with tables");
+    }
+    if (!options.exit && options.removeOrphans && listing != "blocks") {
+        options.exit = misuse("--remove-orphans goes with blocks");
     }
     if (!options.exit && options.json && !options.command && listing.empty()) {
         options.exit = misuse("--json goes with a command or a listing");

@@ -107,6 +107,25 @@ typedef uint32_t (*QxMessageHandler)(void *context, void *message, uint32_t size
  * QX_ERR_TIMEOUT, QX_ERR_NO_MEMORY, QX_ERR_RUNTIME_DIR. */
 QX_API uint32_t QxHost_ServeModule(uint32_t module, QxMessageHandler handler, void *context);
 
+/* ---- Shared-memory blocks ---- */
+
+typedef struct QxBlock {
+    uint64_t ullAgeNs;
+    uint32_t ulId;
+    uint32_t ulSize;
+    uint32_t ulPid;     /* the process that made it; 0, as the size, when that died over it */
+    uint32_t ulAlive;   /* 1 while that process lives */
+    char acProcess[16]; /* its name */
+} QxBlock;
+
+/* 0 to go on; any other result ends the listing and becomes its result. */
+typedef uint32_t (*QxBlockVisitor)(void *context, const QxBlock *block);
+
+/* Visits the blocks (qx/vdata.h) of this user that there are. A process need not live for its blocks to be
+ * read: what to do about those whose maker is gone is for who knows whether a reader is to come. 0, the
+ * visitor's result, QX_ERR, QX_ERR_NOT_FOUND without a folder for them. */
+QX_API uint32_t QxHost_ListBlocks(QxBlockVisitor visitor, void *context);
+
 /* ---- Remote procedures ---- */
 
 /*

@@ -4,6 +4,7 @@
 
 #include "qx/base.h"
 #include "qx/cli.h"
+#include "qx/compress.h"
 #include "qx/data_sync.h"
 #include "qx/diag.h"
 #include "qx/event.h"
@@ -18,6 +19,7 @@
 #include "qx/process.h"
 #include "qx/socket.h"
 #include "qx/text.h"
+#include "qx/vdata.h"
 #include "qx/xml.h"
 
 #endif

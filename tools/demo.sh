@@ -46,7 +46,7 @@ eventually() {
     done
 }
 
-show() { sed 's/^/  | /'; }
+show() { sed '/^$/d; s/^/  | /'; }
 
 in_file() { grep -qF -- "$2" "$1"; }
 out_has() { grep -qF -- "$1" <<<"$out"; }
@@ -234,6 +234,70 @@ show <"$scratch/client.log"
 disown "${pids[client]}"
 kill -KILL "${pids[client]}"
 unset 'pids[client]'
+
+title "Data events: a process of its own serves the module here, in a runtime directory without zemad"
+export ZEMA_RUNTIME_DIR=$scratch/events
+start receiver data_events receive
+run data_events post 7 wan1
+check "posted" exited 0
+run data_events post 7
+check "posted without data" exited 0
+run data_events post 8 "the line is slow"
+check "posted" exited 0
+check "received, with its data" eventually in_file "$scratch/receiver.log" "link up: wan1, 1000 Mbit/s"
+check "and without" eventually grep -qx "link up" "$scratch/receiver.log"
+check "and the other type" eventually in_file "$scratch/receiver.log" "note: the line is slow"
+show <"$scratch/receiver.log"
+echo "\$ kill -TERM ${pids[receiver]}"
+kill -TERM "${pids[receiver]}"
+code=0
+wait "${pids[receiver]}" || code=$?
+unset 'pids[receiver]'
+check "the receiver ended cleanly" exited 0
+run data_events post 8 "nobody there"
+check "nobody receives now, and the sender is told" exited 1
+export ZEMA_RUNTIME_DIR=$scratch/run
+
+title "Large blocks: 5 MiB of text through shared memory, compressed and not"
+seq -f 'interface wan%.0f is up, nothing to report' 200000 | head -c $((5 << 20)) >"$scratch/text" || true
+for plain in "" --plain; do
+    run large_blocks write "$scratch/text" $plain
+    check "written by one process" exited 0
+    descriptor=$out
+    block=$(printf '%08x' "${descriptor%%:*}")
+    type_in blocks
+    check "the block is there, its maker gone" grep -q "^$block .*large_blocks [0-9]* (gone)" <<<"$out"
+    echo "\$ large_blocks read $descriptor $plain >copy"
+    code=0
+    "$bin/large_blocks" read "$descriptor" $plain >"$scratch/copy" || code=$?
+    check "read by another" exited 0
+    check "byte for byte" cmp -s "$scratch/text" "$scratch/copy"
+    if [ -z "$plain" ]; then
+        check "compressed to less than a third" test "${descriptor##*:}" -lt $(((5 << 20) / 3))
+    else
+        check "as it is" test "${descriptor##*:}" -eq $((5 << 20))
+    fi
+done
+run large_blocks read "$descriptor" --plain
+check "a block is read once" out_has "failed (0xF1000007)"
+run large_blocks write "$scratch/text"
+descriptor=$out
+block=$(printf '%08x' "${descriptor%%:*}")
+type_in blocks
+if [ "$(grep -c '(gone)$' <<<"$out")" -eq 1 ]; then
+    type_in blocks --remove-orphans
+    check "a block that nobody will read is removed" out_has "$block"
+else
+    echo "  other programs have such blocks here too: left alone"
+    run large_blocks read "$descriptor"
+fi
+type_in blocks
+check "and gone" out_lacks "$block"
+
+title "The packet tunnel on this machine's kernel, which has no such module (./dev kernel boots one that has)"
+ZEMA_DIAG=stderr run packet_link 29
+check "the kernel was asked, and says that the family is missing" exited 1
+check "the library's record: an answer of 52 bytes, which is an error message" out_has " 0x1 0x34 0x0 "
 
 title "The library's validators and devices, from the shell"
 type_in check host-with-mask 192.168.1.255/255.255.255.0

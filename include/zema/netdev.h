@@ -65,6 +65,9 @@ ZEMA_API uint32_t NETDEV_SetNetDevMac(const char *pcName, const char *pcMac);
 
 /* ---- States set by the system's commands ---- */
 
+/* The shell takes a name for nothing but a name. The commands may not: "-a" is an option to ifconfig, "=" and
+ * white space end a name for sysctl. No device is called so. */
+
 /* Brings a device up (ulUp is not 0) or down with "ifconfig NAME up". The command's result
  * (QX_OS_ExecShellCmd); 1, recorded, when the name is missing or there is no memory to escape it for the
  * shell. */

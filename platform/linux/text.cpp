@@ -153,11 +153,6 @@ uint32_t QX_OS_CmdEscape(const char *text, char *out, uint32_t size)
     }
     uint32_t used = 0;
     for (; text != nullptr && *text != '\0'; ++text) {
-        // A newline has no escape: the shell takes it and a backslash before it for nothing. Leaving both out
-        // is the same word, and the line stays one line for whoever else reads it.
-        if (*text == '\n') {
-            continue;
-        }
         const uint32_t length = isPlainToShell(*text) ? 1 : 2;
         if (length >= size - used) {
             *out = '\0';

@@ -147,7 +147,7 @@ TEST(CmdEscape, LeavesPlainNamesReadable)
         Row{"at the head of a line it would set a variable", "A=b", "A\\=b"},
         Row{"what only other shells than this machine's look at", "{a,b}^[", "\\{a,b\\}\\^\\["},
         Row{"no text", "", ""},
-        Row{"a newline has no escape", "\n", ""},
+        Row{"a newline ends no command", "a\nb", "a\\\nb"},
     };
     for (const Row &row : kRows) {
         EXPECT_EQ(escaped(row.text), row.wanted) << row.reason;
@@ -156,7 +156,7 @@ TEST(CmdEscape, LeavesPlainNamesReadable)
 
 TEST(CmdEscape, FitsOrIsRefused)
 {
-    const std::string wanted = "a\\ b\\;c\\$";
+    const std::string wanted = "a\\ b\\;\\\nc\\$";
     for (uint32_t size = 0; size <= wanted.size() + 2; ++size) {
         Guarded out(size);
         EXPECT_EQ(QX_OS_CmdEscape("a b;\nc$", out.data(), size) == QX_OK, wanted.size() < size) << size;

@@ -61,10 +61,10 @@ QX_API uint32_t QX_OS_IpAddrToStr(uint32_t address, char *out, uint32_t size);
 
 /*
  * Puts a backslash before every byte that the shell could take as more than itself: all but ASCII letters,
- * digits and "%+,-./:@_". The shell reads the result, as an unquoted word, as the text without its newlines:
- * no backslash keeps one, so they are left out. The empty text stays empty, which is no word. out is not text
- * itself and needs twice the text's length and one byte. A result that does not fit size: nonzero and the
- * empty text.
+ * digits and "%+,-./:@_". The shell reads the result, as an unquoted word, as the text, but for newlines: one
+ * with a backslash before it ends no command and is no part of the word either. The empty text stays empty,
+ * which is no word. out is not text itself and needs twice the text's length and one byte. A result that does
+ * not fit size: nonzero and the empty text.
  */
 QX_API uint32_t QX_OS_CmdEscape(const char *text, char *out, uint32_t size);
 

@@ -91,6 +91,9 @@ TEST_F(Netdev, AsksTheKernelOnce)
         System::instance().answer = row.answer;
         const std::string asked = "Socket 2 2 0; IoctlSocket 7 " + row.request + "; CloseSocket 7";
         check(row.reason, row.call, {}, 0, row.yield, asked);
+        check("not 0", row.call, {"QX_OS_IoctlSocket", 1}, 0, row.yield, asked);
+        check("standard input's number", row.call, {"QX_OS_Socket", 0}, 0, row.yield,
+              "Socket 2 2 0; IoctlSocket 0 " + row.request + "; CloseSocket 0");
         check(row.reason, row.call, {"QX_OS_Socket", -5}, kSocket, "", "Socket 2 2 0; record f730100a");
         check(row.reason, row.call, {"QX_OS_IoctlSocket", -2}, kIoctl, "",
               asked + "; record f7301015 fffffffe");
@@ -117,7 +120,10 @@ TEST_F(Netdev, AsksForAddressAndMaskThroughOneSocket)
     const std::string mask = address + "IoctlSocket 7 891b 0123456789abcde; ";
     const std::string trace = " 13; trace 31 0123456789abcdefgh:socek error No such device\n";
     System::instance().answer = "\2\0\0\0\xc0\xa8\1\1"s; // a family, a port, 192.168.1.1
-    check("both", query, {}, 0, "\xc0\xa8\1\1\xc0\xa8\1\1", mask + "CloseSocket 7");
+    for (const uint32_t nth : {0U, 1U, 2U}) {
+        check("both", query, {"QX_OS_IoctlSocket", 1, nth}, 0, "\xc0\xa8\1\1\xc0\xa8\1\1",
+              mask + "CloseSocket 7");
+    }
     check(
         "no name", [] { return NETDEV_GetIpAddByDeviceName(nullptr, word, word); }, {}, 1, "", "");
     check(
@@ -140,6 +146,7 @@ TEST_F(Netdev, SetsAnAddressWithoutJudgingIt)
     const std::string part = ask + field("0123456789abcde", 16, "\1\0\x1a\x2b"s);
     const std::string trace = " 13; trace 31 socek error No such device\n";
     check("a whole address", set, {}, 0, "", asked + "; CloseSocket 7");
+    check("not 0", set, {"QX_OS_IoctlSocket", 1}, 0, "", asked + "; CloseSocket 7");
     check(
         "part of one", [] { return NETDEV_SetNetDevMac(kLong, "1a:2b"); }, {}, 0, "",
         part + "; CloseSocket 7");

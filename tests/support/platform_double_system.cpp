@@ -86,6 +86,7 @@ std::string zema::test::textOf(const std::vector<Call> &calls)
 
 int32_t QX_OS_Socket(int32_t domain, int32_t type, int32_t protocol)
 {
+    System::instance().error = 19;
     return answer<int32_t>({"QX_OS_Socket", {uint64_t(domain), uint64_t(type), uint64_t(protocol)}, {}}, 7);
 }
 
@@ -94,6 +95,7 @@ int32_t QX_OS_IoctlSocket(int32_t fd, unsigned long number, void *argument)
     auto *const request = static_cast<char *>(argument);
     std::string bytes(request, sizeof(ifreq));
     bytes.resize(bytes.find_last_not_of('\0') + 1);
+    System::instance().error = 19;
     const int32_t result = answer<int32_t>({"QX_OS_IoctlSocket", {uint64_t(fd), number}, bytes}, 0);
     const std::string &kernels = System::instance().answer;
     std::copy(kernels.begin(), kernels.end(), request + (kernels.size() < IFNAMSIZ ? IFNAMSIZ : 0));
@@ -102,12 +104,13 @@ int32_t QX_OS_IoctlSocket(int32_t fd, unsigned long number, void *argument)
 
 int32_t QX_OS_CloseSocket(int32_t fd)
 {
+    System::instance().error = 5;
     return answer<int32_t>({"QX_OS_CloseSocket", {uint64_t(fd)}, {}}, 0);
 }
 
 int32_t QX_OS_GetLastErr(void)
 {
-    return 19;
+    return System::instance().error;
 }
 
 uint32_t QX_PROC_DBG_TraceN(uint32_t module, const char *file, uint32_t line, const char *format, ...)
@@ -116,6 +119,7 @@ uint32_t QX_PROC_DBG_TraceN(uint32_t module, const char *file, uint32_t line, co
     va_start(arguments, format);
     keepText("trace", {module}, format, arguments);
     va_end(arguments);
+    System::instance().error = 5;
     platform.places.emplace(file, line);
     return 0;
 }

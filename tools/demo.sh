@@ -299,6 +299,21 @@ ZEMA_DIAG=stderr run packet_link 29
 check "the kernel was asked, and says that the family is missing" exited 1
 check "the library's record: an answer of 52 bytes, which is an error message" out_has " 0x1 0x34 0x0 "
 
+title "The service at a glance, and what passes on the bus"
+type_in status
+check "zemad is there with its roles" out_has "sync-owner module-49"
+check "its tables are counted" out_has "tables  1, items 1"
+echo "\$ zemash monitor --kind call,event --count 2 &"
+"$bin/zemash" monitor --kind call,event --count 2 >"$scratch/monitor.log" 2>&1 &
+pids[monitor]=$!
+check "a monitor watches" eventually in_file "$scratch/monitor.log" monitoring
+type_in -t 3 -c 'fw show all'
+check "the monitor ends after two" eventually is_gone "${pids[monitor]}"
+unset 'pids[monitor]'
+show <"$scratch/monitor.log"
+check "it saw the call" in_file "$scratch/monitor.log" "us: fw show all"
+check "and the event" in_file "$scratch/monitor.log" ": 3 Zemacmd fw show all"
+
 title "The library's validators and devices, from the shell"
 type_in check host-with-mask 192.168.1.255/255.255.255.0
 check "a broadcast address is no host's" exited 1

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <ctime>
 
 namespace tools {
 namespace {
@@ -99,6 +100,20 @@ std::string harmless(std::string_view bytes, std::string_view kept)
         bytes.remove_prefix(length);
     }
     return out;
+}
+
+std::string clockText(uint64_t realTimeNs, bool utc)
+{
+    const auto seconds = static_cast<time_t>(realTimeNs / 1'000'000'000U);
+    const auto rest = static_cast<unsigned>(realTimeNs % 1'000'000'000U);
+    std::tm broken{};
+    utc ? gmtime_r(&seconds, &broken) : localtime_r(&seconds, &broken);
+    std::array<char, 32> text{};
+    const size_t length =
+        std::strftime(text.data(), text.size(), utc ? "%Y-%m-%dT%H:%M:%S" : "%Y-%m-%d %H:%M:%S", &broken);
+    std::snprintf(text.data() + length, text.size() - length, utc ? ".%09uZ" : ".%06u",
+                  utc ? rest : rest / 1000U);
+    return text.data();
 }
 
 } // namespace tools

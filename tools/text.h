@@ -21,4 +21,8 @@ size_t utf8Length(std::string_view bytes);
 // other byte as \xNN.
 std::string harmless(std::string_view bytes, std::string_view kept = "");
 
+// A time of nanoseconds since 1970: local, with microseconds, for people; in UTC, with nanoseconds, for
+// programs.
+std::string clockText(uint64_t realTimeNs, bool utc);
+
 } // namespace tools

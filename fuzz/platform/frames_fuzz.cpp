@@ -64,6 +64,13 @@ void joinWithEveryRole()
             return touch(request->pvData, request->ulSize);
         },
         nullptr);
+    QxHost_Monitor(
+        [](void *, const QxPassage *passage) {
+            if (passage->ulBytes > sizeof passage->acBytes) {
+                abort();
+            }
+        },
+        nullptr);
     if (QxHost_FlowOpen() == nullptr) {
         abort();
     }
@@ -98,7 +105,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     header.length = (right & 2) != 0 ? static_cast<uint32_t>(length - sizeof header) : header.length;
     header.number = (right & 4) != 0 ? 7 : header.number;
     header.flow = (right & 8) != 0 ? 0 : header.flow;
-    header.kind = (right & 16) != 0 ? static_cast<qx::FrameKind>(1 + right % 8) : header.kind;
+    header.kind = (right & 16) != 0 ? static_cast<qx::FrameKind>(1 + right % 10) : header.kind;
     memcpy(bytes.data(), &header, sizeof header);
     if (fd < 0) {
         fd = connectToSelf();

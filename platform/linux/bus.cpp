@@ -4,6 +4,7 @@
 #include "platform/linux/flow_context.h"
 #include "platform/linux/frame_io.h"
 #include "platform/linux/locks.h"
+#include "platform/linux/monitor.h"
 #include "qx/diag.h"
 #include "qx/host.h"
 
@@ -14,6 +15,7 @@
 #include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -51,6 +53,7 @@ struct Bus {
     Source own; // counts the messages of this process to itself
     Incoming *incoming;
     uint32_t incomingCount;
+    uint64_t handled;
     FrameBuffer *buffer;
 };
 
@@ -63,6 +66,7 @@ constexpr Bus kNoBus{.self = {},
                      .own = {SourceKind::own, -1},
                      .incoming = nullptr,
                      .incomingCount = 0,
+                     .handled = 0,
                      .buffer = nullptr};
 
 constinit Bus gBus = kNoBus;
@@ -199,6 +203,7 @@ void forgetRegistrations()
     forgetKernel();
     forgetOwner();
     forgetModules();
+    forgetMonitors();
     forgetRing();
     forgetRuntimeDir();
 }
@@ -324,6 +329,10 @@ Handled handle(const Arrival &arrival)
         return handleSync(arrival);
     case FrameKind::message:
         return handleMessage(arrival);
+    case FrameKind::report:
+        return handleReport(arrival);
+    case FrameKind::load:
+        return handleLoad(arrival);
     case FrameKind::reply:
         break;
     }
@@ -388,15 +397,20 @@ bool handleFrame(const Incoming &connection)
     }
     std::memset(bytes + size, 0, kPayloadPadding);
     const uint32_t generation = gGeneration.load();
-    const Handled handled = handleInFlow({header, bytes + sizeof header, connection.pid});
+    const Arrival arrival{header, bytes + sizeof header, connection.pid};
+    Passage passage(arrival);
+    const Handled handled = handleInFlow(arrival);
     if (generation != gGeneration.load()) {
         return true; // the child of a fork: the connection is the parent's
     }
+    ++gBus.handled;
     if (handled.status == QX_ERR_PROTOCOL) {
         refuse(__LINE__, QX_ERR_PROTOCOL, connection.pid, static_cast<uint32_t>(header.kind));
         return false;
     }
-    return header.serial == 0 || reply(connection, header.serial, handled);
+    const bool isAnswered = header.serial == 0 || reply(connection, header.serial, handled);
+    passage.tell(handled);
+    return isAnswered;
 }
 
 void handleOwnMessage()
@@ -404,10 +418,18 @@ void handleOwnMessage()
     uint64_t one = 0;
     [[maybe_unused]] const ssize_t counted = read(gBus.own.fd, &one, sizeof one);
     OwnMessage *const message = takeOwnMessage();
-    if (message != nullptr) {
-        handleInFlow({message->header, message->payload, gBus.self.pid});
-        std::free(message);
+    if (message == nullptr) {
+        return;
     }
+    const uint32_t generation = gGeneration.load();
+    const Arrival arrival{message->header, message->payload, gBus.self.pid};
+    Passage passage(arrival);
+    const Handled handled = handleInFlow(arrival);
+    if (generation == gGeneration.load()) {
+        ++gBus.handled;
+        passage.tell(handled);
+    }
+    std::free(message);
 }
 
 void drainStop()
@@ -656,6 +678,17 @@ void releaseRole(Role role)
         removeClaim(*claim);
         gOwnClaims.removeAt(static_cast<uint32_t>(claim - gOwnClaims.begin()));
     }
+}
+
+Load currentLoad()
+{
+    Load load{.handled = gBus.handled, .connections = gBus.incomingCount, .waiting = 0};
+    for (const Incoming *connection = gBus.incoming; connection != nullptr; connection = connection->next) {
+        int waiting = 0;
+        ioctl(connection->source.fd, FIONREAD, &waiting);
+        load.waiting += static_cast<uint32_t>(waiting);
+    }
+    return load;
 }
 
 void announceOwnMessage()

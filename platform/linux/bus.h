@@ -45,6 +45,8 @@ Handled handleHlp(const Arrival &arrival);
 Handled handleDone(const Arrival &arrival);
 Handled handleSync(const Arrival &arrival);
 Handled handleMessage(const Arrival &arrival);
+Handled handleReport(const Arrival &arrival);
+Handled handleLoad(const Arrival &arrival);
 
 // What a fork leaves the child without, or an end of the bus the process: each beside what it forgets.
 void forgetEvents();
@@ -53,8 +55,18 @@ void forgetTerminals();
 void forgetKernel();
 void forgetOwner();
 void forgetModules();
+void forgetMonitors();
 void abandonFlows();
 void forgetRing();
+
+// How this process fares, as it tells others.
+struct Load {
+    uint64_t handled; // frames, since it joined
+    uint32_t connections;
+    uint32_t waiting; // bytes in them
+};
+static_assert(sizeof(Load) == 16);
+Load currentLoad();
 
 // A message of this process to itself. It waits here, not in a socket, whose little room only the dispatching
 // thread could empty, and that may be the sender.

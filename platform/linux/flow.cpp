@@ -6,12 +6,11 @@
 #include "platform/linux/bus.h"
 #include "platform/linux/connection.h"
 #include "platform/linux/flow_context.h"
+#include "platform/linux/process_name.h"
 #include "qx/host.h"
 
 #include <array>
 #include <cerrno>
-#include <cstdio>
-#include <fcntl.h>
 #include <limits>
 #include <unistd.h>
 #include <utility>
@@ -25,7 +24,7 @@ struct FlowMember {
     uint32_t given;
     uint32_t finished;
     bool died;
-    std::array<char, 16> name;
+    ProcessName name;
     FlowMember *next;
 };
 
@@ -46,25 +45,6 @@ namespace {
 
 constinit QxFlow *gFlows = nullptr; // of the dispatching thread
 constinit uint32_t gLastFlow = 0;
-
-void learnName(FlowMember &member)
-{
-    member.name = {'?'};
-    std::array<char, 32> path{};
-    std::snprintf(path.data(), path.size(), "/proc/%u/comm", member.id.pid);
-    const int fd = open(path.data(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        return;
-    }
-    std::array<char, 64> line{};
-    const ssize_t got = read(fd, line.data(), line.size());
-    close(fd);
-    if (got > 1) {
-        const size_t length = std::min(static_cast<size_t>(got) - 1, member.name.size() - 1);
-        member.name = {};
-        std::copy_n(line.begin(), length, member.name.begin());
-    }
-}
 
 void noteDeath(Watch &watch)
 {
@@ -94,7 +74,7 @@ FlowMember *memberOf(QxFlow &flow, PeerId id)
     auto *const member = static_cast<FlowMember *>(std::calloc(1, sizeof(FlowMember)));
     if (member != nullptr) {
         member->id = id;
-        learnName(*member);
+        member->name = processName(id.pid);
         startWatch(*member);
         *link = member;
     }

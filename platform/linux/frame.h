@@ -22,6 +22,8 @@ enum class FrameKind : uint16_t {
     sync,      // number = operation, word = the size of the reply wanted, payload = the request; the reply to
                // one that succeeded has a payload of that size
     message,   // number = receiving module, payload = a message with its header
+    report,    // to a monitor: what passed at the sender
+    load,      // asks how a process fares; the reply has that as payload
 };
 
 struct FrameHeader {
@@ -62,7 +64,7 @@ constexpr FrameHeader frameOf(FrameKind kind, uint32_t number, uint32_t word = 0
 constexpr bool isWhole(const FrameHeader &header, size_t received)
 {
     return received >= sizeof header && header.magic == kFrameMagic && header.version == kFrameVersion &&
-           header.kind >= FrameKind::reply && header.kind <= FrameKind::message &&
+           header.kind >= FrameKind::reply && header.kind <= FrameKind::load &&
            header.length == received - sizeof header;
 }
 

@@ -14,6 +14,7 @@ enum class LockId {
     terminals,
     kernel,
     modules,
+    monitor,
     handles,
     lists,
     join,

@@ -31,13 +31,14 @@ struct RoleText {
     int base;
 };
 
-constexpr std::array<RoleText, 6> kRoleTexts{{
+constexpr std::array<RoleText, 7> kRoleTexts{{
     {.word = "rpc", .base = 16},
     {.word = "event", .base = 10},
     {.word = "terminal", .base = 10},
     {.word = "kernel", .base = 0},
     {.word = "sync-owner", .base = 0},
     {.word = "module", .base = 10},
+    {.word = "monitor", .base = 0},
 }};
 
 template <typename Text, typename... Arguments>
@@ -255,14 +256,16 @@ NameText draftSocketName(PeerId id)
     return format<NameText>("bus/.%u-%08x", id.pid, id.nonce);
 }
 
+RoleName roleName(Role role)
+{
+    const RoleText &row = kRoleTexts[static_cast<size_t>(role.kind)];
+    const char *const pattern = row.base == 0 ? "%s" : row.base == 16 ? "%s-%X" : "%s-%u";
+    return format<RoleName>(pattern, row.word.data(), role.number);
+}
+
 NameText claimName(const RoleClaim &claim)
 {
-    const RoleText &row = kRoleTexts[static_cast<size_t>(claim.role.kind)];
-    std::array<char, 16> number{};
-    if (row.base != 0) {
-        std::snprintf(number.data(), number.size(), row.base == 16 ? "-%X" : "-%u", claim.role.number);
-    }
-    return format<NameText>("%s%s.%016llx.%u-%08x", row.word.data(), number.data(),
+    return format<NameText>("%s.%016llx.%u-%08x", roleName(claim.role).data(),
                             static_cast<unsigned long long>(claim.stamp), claim.holder.pid,
                             claim.holder.nonce);
 }

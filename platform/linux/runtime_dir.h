@@ -25,7 +25,7 @@ struct PeerId {
     bool operator==(const PeerId &) const = default;
 };
 
-enum class RoleKind : uint32_t { rpc, event, terminal, kernel, syncOwner, module };
+enum class RoleKind : uint32_t { rpc, event, terminal, kernel, syncOwner, module, monitor };
 
 struct Role {
     RoleKind kind;
@@ -40,6 +40,7 @@ struct RoleClaim {
     PeerId holder;
 };
 
+using RoleName = std::array<char, 24>;
 using NameText = std::array<char, 64>;
 using PathText = std::array<char, 96>;
 
@@ -55,6 +56,7 @@ uint32_t randomNonce();
 NameText socketName(PeerId id);
 NameText draftSocketName(PeerId id); // until it listens
 NameText claimName(const RoleClaim &claim);
+RoleName roleName(Role role);
 
 // The address of a socket below the directory, short however long the directory's own path is.
 bool socketAddress(const NameText &name, PathText &out);

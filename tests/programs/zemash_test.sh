@@ -78,6 +78,9 @@ expect "their fields" json '.name == "lo" and .index == 1 and .address == "127.0
 row "tables of nobody" 3 'no live process' tables
 row "a table that is no number" 2 'takes numbers' tables x
 row "the manual" 0 'Exit status' --help
+row "status without anybody" 0 'nobody is there' status
+row "a kind that is none" 2 'some of event, call' monitor --kind event,x
+row "a count of what ends by itself" 2 'go with monitor' -n 1 records
 row "a check without a value" 2 'a kind and a value' check mac
 row "a check of no known kind" 2 'unknown kind "ipv5"' check ipv5 1.2.3.4.5
 row "a value like an option" 1 'rejected: not decimal' check number -- -5
@@ -178,6 +181,26 @@ row "a new record" 1 refused -d -c 'dbg 0 77'
 expect "is followed" eventually grep -q ' 1 3 1 0 77$' "$scratch/followed"
 expect "and no record is shown twice" test "$(grep -c ' 1 3 1 0 5$' "$scratch/followed")" -eq 1
 kill "${pids[-1]}"
+
+row "the service at a glance" 0 "^ +${pids[0]} zemad .*[0-9]$" status
+expect "its roles" grep -q 'rpc-4710203E rpc-4830514F .*sync-owner module-49' "$scratch/out"
+expect "its tables" grep -q '^tables  1, items 2$' "$scratch/out"
+row "the same as an object" 0 . status --json
+expect "its fields" json ".tables == {tables: 1, items: 2} and .blocks.blocks >= 0 and .records.records >= 3 and
+    (.processes[] | select(.pid == $module) | .answering and .handled > 5 and any(.roles[]; .role == \"event-8853\"))"
+start monitored zemash monitor --kind call,event --process zemad --count 2 --json
+eventually grep -q monitoring "$scratch/err"
+row "what the monitor sees" 0 . -t 3 -c 'fw show all'
+wait "${pids[-1]}"
+expect "it ends after two" test "$?" -eq 0
+cp "$scratch/monitored" "$scratch/out"
+expect "the call" json '.kind == "call" and .number == 1211126095 and .content == "fw show all" and .to.process == "zemad"'
+expect "the event" json '.kind == "event" and .number == 8853 and .content == "3 Zemacmd fw show all" and .size == 260'
+start monitored zemash monitor
+eventually grep -q monitoring "$scratch/err"
+row "a print on the terminal" 0 . -t 3 -c 'fw show all'
+expect "is seen, and obeyed by nobody" eventually grep -qaF '\x1b]\xff"' "$scratch/monitored"
+kill -INT "${pids[-1]}" && wait "${pids[-1]}"
 
 head -c 5000 /dev/urandom >"$scratch/data"
 example() { "${emulator[@]}" "$bin/$1" "${@:2}"; }

@@ -8,7 +8,6 @@
 #include <array>
 #include <chrono>
 #include <cstdio>
-#include <ctime>
 #include <set>
 #include <thread>
 #include <tuple>
@@ -37,17 +36,6 @@ std::string format(const char *pattern, Values... values)
     return text.data();
 }
 
-std::string clock(const QxRecord &record, bool utc)
-{
-    const auto seconds = static_cast<time_t>(record.ullTimeNs / 1'000'000'000U);
-    const auto rest = static_cast<unsigned>(record.ullTimeNs % 1'000'000'000U);
-    std::tm broken{};
-    utc ? gmtime_r(&seconds, &broken) : localtime_r(&seconds, &broken);
-    std::array<char, 32> text{};
-    std::strftime(text.data(), text.size(), utc ? "%Y-%m-%dT%H:%M:%S" : "%Y-%m-%d %H:%M:%S", &broken);
-    return text.data() + (utc ? format(".%09uZ", rest) : format(".%06u", rest / 1000U));
-}
-
 // Small numbers are lengths, rows and ports; large ones are codes and addresses.
 std::string valueText(uint32_t value)
 {
@@ -58,8 +46,8 @@ std::string valueText(uint32_t value)
 
 std::string lineOf(const QxRecord &record)
 {
-    std::string line = clock(record, false) + " " + tools::harmless(record.acProcess) + " " +
-                       std::to_string(record.ulPid) + (record.ulAlive != 0 ? " " : " (dead) ") +
+    std::string line = tools::clockText(record.ullTimeNs, false) + " " + tools::harmless(record.acProcess) +
+                       " " + std::to_string(record.ulPid) + (record.ulAlive != 0 ? " " : " (dead) ") +
                        tools::harmless(record.acFile) + ":" + std::to_string(record.ulLine) + " ";
     for (const uint32_t value : record.aulValue) {
         line += " " + valueText(value);
@@ -70,7 +58,7 @@ std::string lineOf(const QxRecord &record)
 std::string jsonOf(const QxRecord &record)
 {
     return JsonObject()
-        .text("time", clock(record, true))
+        .text("time", tools::clockText(record.ullTimeNs, true))
         .text("process", record.acProcess)
         .number("pid", record.ulPid)
         .number("thread", record.ulThread)

@@ -182,6 +182,17 @@ uint32_t showAll(const TableQuery &query)
 
 } // namespace
 
+uint32_t countTables(TableCount &count)
+{
+    Rows rows;
+    const uint32_t result = askRows(tools::kListTables, {}, rows);
+    for (const tools::Page::Row &row : rows) {
+        ++count.tables;
+        count.items += row.value;
+    }
+    return result;
+}
+
 int showTables(const TableQuery &query)
 {
     const auto show = query.index ? showOne : query.table ? showItems : showAll;

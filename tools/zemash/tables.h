@@ -13,6 +13,14 @@ struct TableQuery {
     bool json = false;
 };
 
+struct TableCount {
+    uint64_t tables = 0;
+    uint64_t items = 0;
+};
+
+// 0, or why the owner could not be asked.
+uint32_t countTables(TableCount &count);
+
 // Prints what is asked for, one a line. The exit code.
 int showTables(const TableQuery &query);
 

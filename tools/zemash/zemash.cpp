@@ -3,10 +3,12 @@
 #include "check.h"
 #include "console.h"
 #include "devices.h"
+#include "monitor.h"
 #include "options.h"
 #include "qx/host.h"
 #include "records.h"
 #include "signals.h"
+#include "status.h"
 #include "tables.h"
 #include "text.h"
 
@@ -27,6 +29,8 @@ constexpr char kHelp[] = R"(usage: zemash [-t N] [-d] [--wait MS]              a
        zemash [-t N] [-d] [--wait MS] [--json] -c COMMAND
        zemash [-t N] [--wait MS] [--json] words
        zemash [-t N] [--wait MS] [--json] usr [WORD]...
+       zemash status [--json]
+       zemash monitor [--kind KINDS] [--process PROCESS] [--count N] [--json]
        zemash records [-f] [--json]
        zemash tables [--layer] [--json] [TABLE [INDEX]]
        zemash devices [--json]
@@ -44,6 +48,9 @@ print on terminal N appears here, whenever it comes.
   -j, --json         JSON instead of text
   -f, --follow       records: goes on with new ones until Ctrl-C
   -l, --layer        tables: items are layer records, whose headers are decoded
+  -k, --kind KINDS   monitor: only these, separated by commas: event, call, print, hlp, request, message
+  -p, --process P    monitor: only what comes from or goes to this process, a name or an identifier
+  -n, --count N      monitor: ends after so many
   -r, --remove-orphans  blocks: removes those whose maker is gone
   -h, --help         this text
   -V, --version      the version
@@ -52,6 +59,16 @@ words lists the command words that modules have registered. usr walks the comman
 level, "usr WORD... ?" tells what a node takes, "usr WORD... ARGUMENT..." executes one. records shows what failures
 left in every process, dead ones too: time, process, its identifier, source line, five values of which the first is
 the failure's code.
+
+status shows the service at a glance: its processes with their roles, how many frames each has handled, how many bytes
+wait there, and the records that it has left; then tables, blocks and records. A process that does not answer within
+200 ms is said not to.
+
+monitor shows what passes on the bus, when its receiver is done with it: time, kind, number (of the event, procedure,
+terminal, HLP message, operation or module), sender and receiver, size, how long the receiver took, its result when
+that is not 0, and the beginning of what was sent. It begins with what comes next and goes on until Ctrl-C; then it
+says how many it has shown and how many it missed, because they came faster than it could print: nobody waits for a
+monitor. As everything here it is for root and the service's user only.
 
 tables looks into the shared tables, which the service's main process owns, and changes nothing: all tables with the
 number of their items, the items of one with their lengths, or one item's bytes.
@@ -88,7 +105,10 @@ or other for one that only printed). The others print one object a line. records
 alive, number, file, line, values. tables: table, items; or table, index, length; or table, index, length, hex; with
 --layer also layer (index, state, state2Jiffies, state3Jiffies, table, visible; null for a shorter item). devices:
 name, index, status (up, down), mac, address, mask, flag (null for what a device has not). options: option, values.
-blocks: id, size, age (seconds), process, pid, alive, removed.
+blocks: id, size, age (seconds), process, pid, alive, removed. monitor: time, kind, number, from and to (process,
+pid), size, tookNs, result, missed (by this receiver, before), content. status is one object: processes (pid, process,
+answering, handled, waiting, connections, records, roles with the seconds for which each is held), tables (tables,
+items; null without an owner), blocks (blocks, bytes, orphans), records (records, newest).
 check: kind, value, accepted, reason (null when accepted), records (file,
 line, values). Bytes that are no UTF-8 appear as U+FFFD.
 
@@ -105,6 +125,7 @@ struct Options {
     bool follow = false;
     bool layer = false;
     bool removeOrphans = false;
+    MonitorQuery monitor;                 // but for json
     const struct Verb *listing = nullptr; // what needs no terminal
     std::vector<std::string> words;       // behind it
     std::optional<std::string> command;
@@ -112,17 +133,13 @@ struct Options {
 };
 
 constexpr option kOptions[] = {
-    {"terminal", required_argument, nullptr, 't'},
-    {"command", required_argument, nullptr, 'c'},
-    {"debug", no_argument, nullptr, 'd'},
-    {"wait", required_argument, nullptr, 'w'},
-    {"json", no_argument, nullptr, 'j'},
-    {"follow", no_argument, nullptr, 'f'},
-    {"layer", no_argument, nullptr, 'l'},
-    {"remove-orphans", no_argument, nullptr, 'r'},
-    {"help", no_argument, nullptr, 'h'},
-    {"version", no_argument, nullptr, 'V'},
-    {nullptr, 0, nullptr, 0},
+    {"terminal", required_argument, nullptr, 't'}, {"command", required_argument, nullptr, 'c'},
+    {"debug", no_argument, nullptr, 'd'},          {"wait", required_argument, nullptr, 'w'},
+    {"json", no_argument, nullptr, 'j'},           {"follow", no_argument, nullptr, 'f'},
+    {"layer", no_argument, nullptr, 'l'},          {"remove-orphans", no_argument, nullptr, 'r'},
+    {"kind", required_argument, nullptr, 'k'},     {"process", required_argument, nullptr, 'p'},
+    {"count", required_argument, nullptr, 'n'},    {"help", no_argument, nullptr, 'h'},
+    {"version", no_argument, nullptr, 'V'},        {nullptr, 0, nullptr, 0},
 };
 
 int misuse(const std::string &what)
@@ -179,6 +196,15 @@ void takeOption(Options &options, int letter)
     case 'r':
         options.removeOrphans = true;
         return;
+    case 'k':
+        options.monitor.kinds = optarg;
+        options.exit = areKinds(optarg) ? options.exit : misuse("--kind takes some of " + allKinds());
+        return;
+    case 'p':
+        options.monitor.process = optarg;
+        return;
+    case 'n':
+        return takeNumber(options, options.monitor.count, "--count", UINT32_MAX);
     case 'h':
         options.exit = tell(kHelp + kindsForHelp());
         return;
@@ -193,7 +219,7 @@ void takeOption(Options &options, int letter)
 void takeOptions(Options &options, int argc, char **argv)
 {
     for (int letter = 0; !options.exit && letter >= 0;) {
-        letter = getopt_long(argc, argv, "+t:c:dw:jflrhV", kOptions, nullptr);
+        letter = getopt_long(argc, argv, "+t:c:dw:jflrk:p:n:hV", kOptions, nullptr);
         if (letter >= 0) {
             takeOption(options, letter);
         }
@@ -203,6 +229,18 @@ void takeOptions(Options &options, int argc, char **argv)
 int showAllRecords(const Options &options)
 {
     return showRecords(options.json, options.follow);
+}
+
+int showWhole(const Options &options)
+{
+    return showStatus(options.json);
+}
+
+int showPassages(const Options &options)
+{
+    MonitorQuery query = options.monitor;
+    query.json = options.json;
+    return showMonitor(query);
 }
 
 int showAllDevices(const Options &options)
@@ -252,6 +290,8 @@ constexpr size_t kAnyNumber = SIZE_MAX;
 constexpr Verb kVerbs[] = {
     {"words", 0, 0, "takes no words", nullptr},
     {"usr", 0, kAnyNumber, "", nullptr},
+    {"status", 0, 0, "takes no words", showWhole},
+    {"monitor", 0, 0, "takes no words", showPassages},
     {"records", 0, 0, "takes no words", showAllRecords},
     {"tables", 0, 2, "takes a table and an index at most", showSomeTables},
     {"devices", 0, 0, "takes no words", showAllDevices},
@@ -322,6 +362,11 @@ Options parse(int argc, char **argv)
     }
     if (!options.exit && options.removeOrphans && listing != "blocks") {
         options.exit = misuse("--remove-orphans goes with blocks");
+    }
+    const MonitorQuery &asked = options.monitor;
+    if (!options.exit && (!asked.kinds.empty() || !asked.process.empty() || asked.count != 0) &&
+        listing != "monitor") {
+        options.exit = misuse("--kind, --process and --count go with monitor");
     }
     if (!options.exit && options.json && !options.command && listing.empty()) {
         options.exit = misuse("--json goes with a command or a listing");

@@ -126,6 +126,70 @@ typedef uint32_t (*QxBlockVisitor)(void *context, const QxBlock *block);
  * visitor's result, QX_ERR, QX_ERR_NOT_FOUND without a folder for them. */
 QX_API uint32_t QxHost_ListBlocks(QxBlockVisitor visitor, void *context);
 
+/* ---- What passes on the bus ---- */
+
+/* What a passage is. A word of a flow and what the functions below exchange are none. */
+#define QX_PASSAGE_EVENT 2U
+#define QX_PASSAGE_RPC 3U
+#define QX_PASSAGE_PRINT 4U
+#define QX_PASSAGE_HLP 5U
+#define QX_PASSAGE_SYNC 7U
+#define QX_PASSAGE_MESSAGE 8U
+
+/* Something that a process has received and is done with. */
+typedef struct QxPassage {
+    uint64_t ullTimeNs; /* when it was done: real time, nanoseconds since 1970 */
+    uint64_t ullTookNs; /* what the receiver needed for it */
+    uint32_t ulKind;    /* QX_PASSAGE_..., or another number from a process that does not keep the rules */
+    uint32_t ulSenderPid;
+    uint32_t ulReceiverPid;
+    uint32_t ulNumber; /* event, procedure, terminal, type of HLP message, operation, module */
+    uint32_t ulWord;   /* caller word of a procedure, reply's size of a synchronous request */
+    uint32_t ulSize;   /* of what was received */
+    uint32_t ulStatus; /* 0, or why the receiver could not handle it */
+    uint32_t ulResult; /* the handler's */
+    uint32_t ulMissed; /* passages at this receiver before this one that found no room on their way here */
+    uint32_t ulBytes;  /* how many of what was received, behind the header of a message, follow */
+    char acBytes[64];
+} QxPassage;
+
+typedef void (*QxMonitor)(void *context, const QxPassage *passage);
+
+/* Gets what passes at all other processes of this user from now on. None of them ever waits for it: what
+ * finds no room here, because this process does not dispatch fast enough, is left out and counted. Called
+ * inside dispatch. A null monitor ends it. 0, QX_ERR_NO_MEMORY, QX_ERR_RUNTIME_DIR. */
+QX_API uint32_t QxHost_Monitor(QxMonitor monitor, void *context);
+
+typedef struct QxProcess {
+    uint32_t ulPid;
+    uint32_t ulResult;      /* 0 when it answered; QX_ERR_TIMEOUT when not in time, or what else became of it.
+                               The next three are 0 then */
+    uint32_t ulConnections; /* that others have to it */
+    uint32_t ulWaiting;     /* bytes that wait there to be received */
+    uint64_t ullHandled;    /* what it has received and handled since it joined */
+    char acName[16];        /* the program's name, "?" when it could not be learnt */
+} QxProcess;
+
+/* 0 to go on; any other result ends the listing and becomes its result. */
+typedef uint32_t (*QxProcessVisitor)(void *context, const QxProcess *process);
+
+/* Asks every process on the bus but this one how it fares, one after the other; one that hangs takes the time
+ * set with QxHost_SetTimeout. 0, the visitor's result, QX_ERR, QX_ERR_RUNTIME_DIR. Any thread. */
+QX_API uint32_t QxHost_ListProcesses(QxProcessVisitor visitor, void *context);
+
+typedef struct QxRoleHeld {
+    uint64_t ullHeldNs; /* for how long */
+    uint32_t ulPid;
+    char acRole[28]; /* as in the runtime directory: "event-8853" */
+} QxRoleHeld;
+
+/* 0 to go on; any other result ends the listing and becomes its result. */
+typedef uint32_t (*QxRoleVisitor)(void *context, const QxRoleHeld *role);
+
+/* Visits the roles that processes hold, by kind, number and age; one of a process that was killed may be
+ * among them until somebody meets it. 0, the visitor's result, QX_ERR, QX_ERR_RUNTIME_DIR. Any thread. */
+QX_API uint32_t QxHost_ListRoles(QxRoleVisitor visitor, void *context);
+
 /* ---- Remote procedures ---- */
 
 /*

@@ -1,9 +1,7 @@
-// The table store through its exported functions, beside stores of the same meaning on two general hash maps:
-// tables by identifier, items by index, a block of its own for each item, and no access beyond its length.
-#include "qx/memory.h"
+// The table store through its exported functions, beside the stores of store_peers.h.
+#include "bench/table/store_peers.h"
 #include "zema/multi_hashtable.h"
 
-#include <absl/container/flat_hash_map.h>
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -13,7 +11,6 @@
 #include <cstring>
 #include <malloc.h>
 #include <random>
-#include <unordered_map>
 #include <vector>
 
 namespace {
@@ -42,63 +39,19 @@ struct Ours {
     }
 };
 
-// On the same allocator and copies, and compiled as functions of a library are: nothing is known of their
-// arguments.
-template <template <typename...> typename Map>
-struct Theirs {
-    struct Held {
-        void *block;
-        uint32_t length;
-    };
-    inline static Map<uint32_t, Map<uint32_t, Held>> tables;
-
-    [[gnu::noinline]] static uint32_t save(uint32_t table, uint32_t index, const void *data, uint32_t length)
-    {
-        auto &items = tables[table];
-        const auto found = items.find(index);
-        if (found != items.end()) {
-            if (length > found->second.length) {
-                return 1;
-            }
-            (void)memcpy_s(found->second.block, found->second.length, data, length);
-            return 0;
-        }
-        void *const block = QX_OS_MemMallocD(length);
-        if (block == nullptr) {
-            return 1;
-        }
-        (void)memcpy_s(block, length, data, length);
-        items.emplace(index, Held{block, length});
-        return 0;
-    }
-    [[gnu::noinline]] static uint32_t get(uint32_t table, uint32_t index, void *out, uint32_t length)
-    {
-        auto &items = tables[table];
-        const auto found = items.find(index);
-        if (found == items.end() || length > found->second.length) {
-            return 1;
-        }
-        (void)memcpy_s(out, length, found->second.block, length);
-        return 0;
-    }
-    [[gnu::noinline]] static uint32_t remove(uint32_t table, uint32_t index)
-    {
-        auto &items = tables[table];
-        const auto found = items.find(index);
-        if (found == items.end()) {
-            return 1;
-        }
-        (void)QX_OS_MemFreeD(found->second.block);
-        items.erase(found);
-        return 0;
-    }
-    static void drop() { tables.erase(kTable); }
+struct Std {
+    static constexpr auto save = stdStoreSave;
+    static constexpr auto get = stdStoreGet;
+    static constexpr auto remove = stdStoreRemove;
+    static void drop() { stdStoreDrop(kTable); }
 };
 
-template <typename Key, typename Value>
-using FlatMap = absl::flat_hash_map<Key, Value>;
-template <typename Key, typename Value>
-using StdMap = std::unordered_map<Key, Value>;
+struct Absl {
+    static constexpr auto save = abslStoreSave;
+    static constexpr auto get = abslStoreGet;
+    static constexpr auto remove = abslStoreRemove;
+    static void drop() { abslStoreDrop(kTable); }
+};
 
 // ---- What is measured ----
 
@@ -250,9 +203,6 @@ void longestAdd(benchmark::State &state)
         Store::drop();
     }
 }
-
-using Std = Theirs<StdMap>;
-using Absl = Theirs<FlatMap>;
 
 void counts(benchmark::internal::Benchmark *bench)
 {

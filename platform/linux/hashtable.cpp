@@ -471,6 +471,23 @@ Hashtable *makeTable(uint32_t room)
     return &table->operations;
 }
 
+// The holder's first table, or that of the thread that was there before. Not inline: the caller finds a table
+// nearly always, and saves no registers then.
+[[gnu::noinline]] Hashtable *makeHeld(Hashtable *&holder)
+{
+    Hashtable *made = makeTable(0);
+    if (made == nullptr) {
+        return nullptr;
+    }
+    Hashtable *present = nullptr;
+    if (std::atomic_ref(holder).compare_exchange_strong(present, made, std::memory_order_acq_rel,
+                                                        std::memory_order_acquire)) {
+        return made;
+    }
+    made->pfnDestroy(&made);
+    return present;
+}
+
 } // namespace
 
 Hashtable *Hashtable_Create(Hashtable **holder, uint32_t ulRoom, uint32_t /*ulReserved*/)
@@ -487,18 +504,6 @@ Hashtable *Hashtable_GetHashtable3(Hashtable **holder)
     if (holder == nullptr) {
         return nullptr;
     }
-    const std::atomic_ref<Hashtable *> held(*holder);
-    Hashtable *present = held.load(std::memory_order_acquire);
-    if (present != nullptr) {
-        return present;
-    }
-    Hashtable *made = makeTable(0);
-    if (made == nullptr) {
-        return nullptr;
-    }
-    if (held.compare_exchange_strong(present, made, std::memory_order_acq_rel, std::memory_order_acquire)) {
-        return made;
-    }
-    made->pfnDestroy(&made);
-    return present;
+    Hashtable *const present = std::atomic_ref(*holder).load(std::memory_order_acquire);
+    return present != nullptr ? present : makeHeld(*holder);
 }

@@ -35,7 +35,10 @@ if(ZEMA_BUILD_TOOLS)
   install(FILES docs/man/zemash.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
 endif()
 
-install(FILES README.md CHANGELOG.md SECURITY.md docs/architecture.md docs/bus.md DESTINATION ${CMAKE_INSTALL_DOCDIR}
+# In the places that the texts name when they point at one another.
+install(FILES README.md CHANGELOG.md SECURITY.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL_DOCDIR}
   COMPONENT documentation)
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation
+  FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN man EXCLUDE)
 install(DIRECTORY examples/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT documentation
   USE_SOURCE_PERMISSIONS PATTERN CMakeLists.txt EXCLUDE)

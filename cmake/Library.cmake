@@ -7,3 +7,5 @@ target_link_libraries(zema PRIVATE zema_common zema_cmdagent zema_netdevice zema
 target_include_directories(zema PUBLIC $<BUILD_INTERFACE:${CMAKE_SOURCE_DIR}/include>
                                        $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 zema_shared_library(zema "${CMAKE_SOURCE_DIR}/cmake/zema.map")
+# What each family adds to it: ./dev size reads the map.
+target_link_options(zema PRIVATE "LINKER:-Map=${CMAKE_BINARY_DIR}/libzema.link-map")

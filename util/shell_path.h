@@ -41,18 +41,14 @@ private:
 
     void put(std::string_view piece)
     {
-        if (!full_ && piece.size() < sizeof quoted_ - used_) {
-            std::memcpy(quoted_ + used_, piece.data(), piece.size());
-            used_ += piece.size();
-        } else {
-            full_ = true;
-        }
+        const size_t size = std::min(piece.size(), sizeof quoted_ - 1 - used_);
+        std::memcpy(quoted_ + used_, piece.data(), size);
+        used_ += size;
     }
 
     const char *text_;
     char quoted_[512] = {};
     size_t used_ = 0;
-    bool full_ = false;
 };
 
 } // namespace zema

@@ -25,9 +25,6 @@ namespace {
 
 constexpr uint32_t kMaxIncoming = 512;
 constexpr int kBacklog = 128;
-constexpr uint32_t kRegistryTimeoutMs = 2000;
-
-constexpr pthread_mutex_t kRecursiveLock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
 
 struct Incoming {
     Source source;
@@ -76,14 +73,7 @@ constinit std::atomic<int> gStopFd{-1}; // for signal handlers, which must not l
 constinit std::atomic<bool> gDispatching{false};
 constinit std::atomic<uint32_t> gGeneration{0}; // changes in a fork's child, also under a running handler
 constinit thread_local bool tHandling = false;
-constinit std::span<epoll_event> gBatch;   // what the dispatching thread has still to serve
-constinit StaticVec<RoleClaim> gOwnClaims; // LockId::join
-constinit std::array<pthread_mutex_t, kLockCount> gLocks = [] {
-    std::array<pthread_mutex_t, kLockCount> locks{};
-    locks.fill(PTHREAD_MUTEX_INITIALIZER);
-    locks[static_cast<size_t>(LockId::sync)] = kRecursiveLock;
-    return locks;
-}();
+constinit std::span<epoll_event> gBatch; // what the dispatching thread has still to serve
 
 void refuse(uint32_t line, uint32_t code, uint32_t pid, uint32_t detail)
 {
@@ -147,10 +137,7 @@ int listenAs(PeerId self)
 
 void removeOwnFiles()
 {
-    for (const RoleClaim &claim : gOwnClaims) {
-        removeClaim(claim);
-    }
-    gOwnClaims.clear();
+    releaseAllRoles();
     unlinkat(runtimeDirFd(), socketName(gBus.self).data(), 0);
 }
 
@@ -208,25 +195,10 @@ void forgetRegistrations()
     forgetRuntimeDir();
 }
 
-void holdLocks()
-{
-    for (pthread_mutex_t &lock : gLocks) {
-        pthread_mutex_lock(&lock);
-    }
-}
-
-void releaseLocks()
-{
-    for (auto lock = gLocks.rbegin(); lock != gLocks.rend(); ++lock) {
-        pthread_mutex_unlock(&*lock);
-    }
-}
-
 // The child has the parent's connections and files open but none of them is its own.
 void startAnewInChild()
 {
-    releaseLocks();
-    lockOf(LockId::sync) = kRecursiveLock; // a recursive lock knows its thread, and that is the parent's
+    renewLocks();
     gGeneration.fetch_add(1);
     closeFd(gBus.epollFd); // first: it is the parent's set too
     if (tHandling) {
@@ -237,7 +209,7 @@ void startAnewInChild()
     tHandling = false;
     currentFlow() = nullptr;
     gDispatching.store(false);
-    gOwnClaims.clear();
+    forgetRoles();
     forgetRegistrations();
     forgetPeers();
 }
@@ -524,47 +496,6 @@ uint32_t waitAndServe(int32_t timeoutMs)
     return ready > 0 ? QX_OK : QX_ERR_TIMEOUT;
 }
 
-RoleClaim *findOwnClaim(Role role)
-{
-    RoleClaim *const claim = std::find_if(gOwnClaims.begin(), gOwnClaims.end(),
-                                          [&](const RoleClaim &own) { return own.role == role; });
-    return claim == gOwnClaims.end() ? nullptr : claim;
-}
-
-// QX_OK when no other live process holds the role; what dead ones left of it is removed.
-uint32_t checkFree(Role role)
-{
-    Vec<RoleClaim> claims;
-    if (!listClaims(claims)) {
-        return QX_ERR_RUNTIME_DIR;
-    }
-    uint32_t result = QX_OK;
-    for (const RoleClaim &other : claims) {
-        if (other.role != role || isSelf(other.holder)) {
-            continue;
-        }
-        if (listens(other.holder)) {
-            result = QX_ERR_TAKEN;
-        } else {
-            removeRemains(other.holder);
-        }
-    }
-    return result;
-}
-
-uint32_t claim(Role role)
-{
-    const RoleClaim made{.role = role, .stamp = monotonicNs(), .holder = gBus.self};
-    if (!writeClaim(made)) {
-        return QX_ERR_RUNTIME_DIR;
-    }
-    if (!gOwnClaims.push(made)) {
-        removeClaim(made);
-        return QX_ERR_NO_MEMORY;
-    }
-    return QX_OK;
-}
-
 // Removes the sockets that processes left which died without a role, or before they had one: nobody else
 // meets them.
 void sweepSockets()
@@ -623,11 +554,6 @@ uint32_t joinLocked()
 
 } // namespace
 
-pthread_mutex_t &lockOf(LockId id)
-{
-    return gLocks[static_cast<size_t>(id)];
-}
-
 PeerId selfId()
 {
     return gBus.self;
@@ -650,34 +576,6 @@ uint32_t joinBus()
     }
     const Lock lock(LockId::join);
     return joinLocked();
-}
-
-uint32_t claimRole(Role role, bool exclusive)
-{
-    const Lock lock(LockId::join);
-    const uint32_t joined = joinLocked();
-    if (joined != QX_OK || findOwnClaim(role) != nullptr) {
-        return joined;
-    }
-    if (!exclusive) {
-        return claim(role);
-    }
-    const RegistryLock registry(kRegistryTimeoutMs);
-    if (!registry) {
-        return QX_ERR_TIMEOUT;
-    }
-    const uint32_t free = checkFree(role);
-    return free != QX_OK ? free : claim(role);
-}
-
-void releaseRole(Role role)
-{
-    const Lock lock(LockId::join);
-    RoleClaim *const claim = findOwnClaim(role);
-    if (claim != nullptr) {
-        removeClaim(*claim);
-        gOwnClaims.removeAt(static_cast<uint32_t>(claim - gOwnClaims.begin()));
-    }
 }
 
 Load currentLoad()

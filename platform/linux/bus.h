@@ -22,6 +22,10 @@ bool mayTalk(uid_t uid);
 uint32_t claimRole(Role role, bool exclusive = false);
 void releaseRole(Role role);
 
+// At the end of this process's place on the bus; in a fork's child they are not its own.
+void releaseAllRoles();
+void forgetRoles();
+
 // What arrived, with where it came from.
 struct Arrival {
     const FrameHeader &header;

@@ -28,6 +28,11 @@ constexpr unsigned kLockCount = static_cast<unsigned>(LockId::ring) + 1;
 
 pthread_mutex_t &lockOf(LockId id);
 
+// For a fork: all of them, and what becomes of them in its parent and in its child.
+void holdLocks();
+void releaseLocks();
+void renewLocks();
+
 class Lock {
 public:
     explicit Lock(LockId id) : mutex_(lockOf(id)) { pthread_mutex_lock(&mutex_); }

@@ -2,6 +2,7 @@
 #include "platform/linux/bus.h"
 #include "platform/linux/connection.h"
 #include "platform/linux/process_name.h"
+#include "platform/linux/queues.h"
 #include "qx/host.h"
 
 namespace qx {
@@ -9,15 +10,16 @@ namespace {
 
 constinit Load gLoad{}; // the dispatching thread's, until it is sent
 
-QxProcess ask(PeerId id)
+// What the kernel tells of the queue goes before what the process says of it, which may hang.
+QxProcess ask(const Queue &queue, bool isToldByKernel)
 {
     QxProcess process{};
-    process.ulPid = id.pid;
-    const ProcessName name = processName(id.pid);
+    process.ulPid = queue.id.pid;
+    const ProcessName name = processName(queue.id.pid);
     std::copy(name.begin(), name.end(), process.acName);
     FrameHeader reply{};
     Load load{};
-    process.ulResult = request(id, frameOf(FrameKind::load, 0), {}, reply,
+    process.ulResult = request(queue.id, frameOf(FrameKind::load, 0), {}, reply,
                                Room(reinterpret_cast<std::byte *>(&load), sizeof load));
     if (process.ulResult == QX_OK && (reply.number != QX_OK || reply.length != sizeof load)) {
         process.ulResult = QX_ERR_PROTOCOL;
@@ -26,6 +28,10 @@ QxProcess ask(PeerId id)
         process.ulConnections = load.connections;
         process.ulWaiting = load.waiting;
         process.ullHandled = load.handled;
+    }
+    if (isToldByKernel) {
+        process.ulConnections = queue.connections + queue.untaken;
+        process.ulWaiting = static_cast<uint32_t>(std::min<uint64_t>(queue.bytes, UINT32_MAX));
     }
     return process;
 }
@@ -50,12 +56,19 @@ uint32_t QxHost_ListProcesses(QxProcessVisitor visitor, void *context)
         return QX_ERR_RUNTIME_DIR;
     }
     std::sort(found.begin(), found.end(), [](qx::PeerId a, qx::PeerId b) { return a.pid < b.pid; });
-    uint32_t result = QX_OK;
+    qx::Vec<qx::Queue> queues;
     for (const qx::PeerId &id : found) {
-        if (result != QX_OK || qx::isSelf(id)) {
-            continue;
+        if (!qx::isSelf(id) && !queues.push({.id = id, .connections = 0, .untaken = 0, .bytes = 0})) {
+            return QX_ERR_NO_MEMORY;
         }
-        const QxProcess process = qx::ask(id);
+    }
+    const bool isTold = qx::readQueues({queues.begin(), queues.count()});
+    uint32_t result = QX_OK;
+    for (const qx::Queue &queue : queues) {
+        if (result != QX_OK) {
+            break;
+        }
+        const QxProcess process = qx::ask(queue, isTold);
         if (process.ulResult != QX_ERR_NOBODY) { // what a dead process left
             result = visitor(context, &process);
         }

@@ -4,8 +4,10 @@
 #include "tests/support/processes.h"
 
 #include <array>
+#include <linux/netlink.h>
 #include <map>
 #include <string>
+#include <sys/socket.h>
 
 namespace {
 
@@ -114,11 +116,11 @@ TEST_F(Monitors, AreNotWaitedForAndNothingIsMissedUnseen)
 TEST_F(Monitors, TheProcessesAndTheirRolesAreListed)
 {
     const Child receiver(subscribe);
-    const Child hung([] {
-        QxHost_ServeModule(
-            49, [](void *, void *, uint32_t) { return 0U; }, nullptr);
-    });
+    const Child hung([] { EventCenter_SubscribeEvent(9, [](void *) { return gSeen->shown++, 0U; }); });
+    ASSERT_EQ(EventCenter_GlobalInvokeEvent2(9, nullptr, 0), QX_OK);
+    ASSERT_TRUE(allCame(1)); // so it has the connection
     hung.tell(SIGSTOP);
+    ASSERT_EQ(EventCenter_GlobalInvokeEvent2(9, nullptr, 0), QX_OK);
     post(3);
     QxHost_SetTimeout(100);
     std::map<uint32_t, QxProcess> processes;
@@ -134,6 +136,9 @@ TEST_F(Monitors, TheProcessesAndTheirRolesAreListed)
     EXPECT_EQ(processes[receiver.pid()].ulResult, QX_OK);
     EXPECT_EQ(processes[receiver.pid()].ullHandled, 3U);
     EXPECT_EQ(processes[hung.pid()].ulResult, QX_ERR_TIMEOUT);
+    const int kernel = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_SOCK_DIAG); // not under emulation
+    EXPECT_EQ(processes[hung.pid()].ulWaiting, kernel < 0 ? 0U : 36U) << "the second event's header";
+    close(kernel);
     std::map<std::string, uint32_t> roles;
     EXPECT_EQ(QxHost_ListRoles(
                   [](void *context, const QxRoleHeld *role) {
@@ -143,8 +148,7 @@ TEST_F(Monitors, TheProcessesAndTheirRolesAreListed)
                   },
                   &roles),
               QX_OK);
-    EXPECT_EQ(roles,
-              (std::map<std::string, uint32_t>{{"event-7", receiver.pid()}, {"module-49", hung.pid()}}));
+    EXPECT_EQ(roles, (std::map<std::string, uint32_t>{{"event-7", receiver.pid()}, {"event-9", hung.pid()}}));
 }
 
 } // namespace

@@ -117,12 +117,8 @@ void printProcess(const Process &process)
 {
     const QxProcess &state = process.state;
     std::printf("%7u %-15s", state.ulPid, tools::harmless(state.acName).c_str());
-    if (state.ulResult == QX_OK) {
-        std::printf(" %9llu %7u %7u\n", static_cast<unsigned long long>(state.ullHandled), state.ulWaiting,
-                    process.records);
-    } else {
-        std::printf(" not answering\n");
-    }
+    const std::string handled = state.ulResult == QX_OK ? std::to_string(state.ullHandled) : "no answer";
+    std::printf(" %9s %7u %7u\n", handled.c_str(), state.ulWaiting, process.records);
     std::vector<std::string> roles;
     for (const QxRoleHeld &role : process.roles) {
         roles.emplace_back(role.acRole);

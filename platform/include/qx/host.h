@@ -162,11 +162,11 @@ QX_API uint32_t QxHost_Monitor(QxMonitor monitor, void *context);
 
 typedef struct QxProcess {
     uint32_t ulPid;
-    uint32_t ulResult;      /* 0 when it answered; QX_ERR_TIMEOUT when not in time, or what else became of it.
-                               The next three are 0 then */
+    uint32_t ulResult; /* 0 when it answered; QX_ERR_TIMEOUT when not in time, or what else became of it */
     uint32_t ulConnections; /* that others have to it */
-    uint32_t ulWaiting;     /* bytes that wait there to be received */
-    uint64_t ullHandled;    /* what it has received and handled since it joined */
+    uint32_t ulWaiting;     /* bytes that wait there to be received; where the kernel does not tell, these two
+                               are the process's own word, and 0 when it did not answer */
+    uint64_t ullHandled;    /* what it has received and handled since it joined; 0 when it did not answer */
     char acName[16];        /* the program's name, "?" when it could not be learnt */
 } QxProcess;
 
@@ -174,7 +174,8 @@ typedef struct QxProcess {
 typedef uint32_t (*QxProcessVisitor)(void *context, const QxProcess *process);
 
 /* Asks every process on the bus but this one how it fares, one after the other; one that hangs takes the time
- * set with QxHost_SetTimeout. 0, the visitor's result, QX_ERR, QX_ERR_RUNTIME_DIR. Any thread. */
+ * set with QxHost_SetTimeout. 0, the visitor's result, QX_ERR, QX_ERR_NO_MEMORY, QX_ERR_RUNTIME_DIR. Any
+ * thread. */
 QX_API uint32_t QxHost_ListProcesses(QxProcessVisitor visitor, void *context);
 
 typedef struct QxRoleHeld {

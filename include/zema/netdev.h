@@ -65,17 +65,19 @@ ZEMA_API uint32_t NETDEV_SetNetDevMac(const char *pcName, const char *pcMac);
 
 /* ---- States set by the system's commands ---- */
 
-/* The shell takes a name for nothing but a name. The commands may not: "-a" is an option to ifconfig, "=" and
- * white space end a name for sysctl. No device is called so. */
-
-/* Brings a device up (ulUp is not 0) or down with "ifconfig NAME up". The command's result
- * (QX_OS_ExecShellCmd); 1, recorded, when the name is missing or there is no memory to escape it for the
- * shell. */
+/*
+ * Brings a device up (ulUp is not 0) or down with "ifconfig NAME up". To the shell the name is nothing but a
+ * name; to ifconfig one that begins with "-" is an option. The command's result (QX_OS_ExecShellCmd); 1,
+ * recorded, when the name is missing or there is no memory to escape it for the shell.
+ */
 ZEMA_API uint32_t NETDEV_ConfigDevIntfUpDown(const char *pcName, uint32_t ulUp);
 
-/* Lets a device generate IPv6 link-local addresses (ulEnable is not 0), or takes IPv6 off it altogether, with
- * "sysctl -w net.ipv6.conf.NAME.disable_ipv6=0". The name is not tested. 0 whatever becomes of the command;
- * 1, recorded, when there is no memory to escape the name for the shell. */
+/*
+ * Lets a device generate IPv6 link-local addresses (ulEnable is not 0), or takes IPv6 off it altogether, with
+ * "sysctl -w net.ipv6.conf.NAME.disable_ipv6=0", for which "=" and white space end a name. The name is not
+ * tested. 0 whatever becomes of the command; 1, recorded, when there is no memory to escape the name for the
+ * shell.
+ */
 ZEMA_API uint32_t NETDEV_EnableGenerateLinkLocalAddr(const char *pcName, uint32_t ulEnable);
 
 /* ---- Changes that the owner of the data makes ---- */

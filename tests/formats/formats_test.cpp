@@ -26,7 +26,7 @@ std::string gSent;                // the last bytes that left
 std::vector<std::string> gPassed; // netlink messages
 std::string gKernelReply;
 
-std::string bytesOf(const void *bytes, size_t size)
+std::string textOf(const void *bytes, size_t size)
 {
     return {static_cast<const char *>(bytes), size};
 }
@@ -34,7 +34,7 @@ std::string bytesOf(const void *bytes, size_t size)
 template <typename T>
 std::string raw(const T &value)
 {
-    return bytesOf(&value, sizeof value);
+    return textOf(&value, sizeof value);
 }
 
 std::string hex(const std::string &bytes)
@@ -69,7 +69,7 @@ int32_t QX_OS_Bind(int32_t, const void *, uint32_t)
 
 int32_t QX_OS_Sendto(int32_t, const void *bytes, uint32_t size, int32_t, const void *, uint32_t)
 {
-    gPassed.push_back(bytesOf(bytes, size));
+    gPassed.push_back(textOf(bytes, size));
     return static_cast<int32_t>(size);
 }
 
@@ -86,7 +86,7 @@ std::string asked(const std::function<void()> &call)
 {
     QxHost_ServeSync(
         [](void *, const QxSyncRequest *request) {
-            gSent = bytesOf(request->pvData, request->ulSize);
+            gSent = textOf(request->pvData, request->ulSize);
             return QX_ERR_NOT_FOUND;
         },
         nullptr);
@@ -107,14 +107,14 @@ std::string hlp()
     alignas(8) char message[64] = {};
     QX_OS_InitHlpMsg(message, 0, ZEMA_HLP_MSG_CMD, 5, 6);
     QX_OS_AddTlvToHlpMsg(message, 2, 4, "data");
-    return bytesOf(message, QX_HLP_OVERHEAD + 4);
+    return textOf(message, QX_HLP_OVERHEAD + 4);
 }
 
 std::string dataEvent()
 {
     QxHost_ServeModule(
         ZEMA_MODULE_ID,
-        [](void *, void *message, uint32_t size) { return gSent = bytesOf(message, size), 0U; }, nullptr);
+        [](void *, void *message, uint32_t size) { return gSent = textOf(message, size), 0U; }, nullptr);
     EXPECT_EQ(DataAsync_AsyncSendData(7, "wan1", 5), ZEMA_OK);
     EXPECT_EQ(QxHost_Dispatch(1000), QX_OK);
     return gSent;

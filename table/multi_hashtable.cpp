@@ -81,7 +81,7 @@ uint32_t MultiHashtable_SaveData(uint32_t ulTableId, uint32_t ulIndex, const voi
             report(__LINE__, ZEMA_ERR, ulIndex, ulLen, length);
             return ZEMA_ERR;
         }
-        (void)memcpy_s(item, length, pData, ulLen);
+        (void)memcpy_s(item, ulLen, pData, ulLen);
         return ZEMA_OK;
     }
     const uint32_t result = MultiHashtable_AddData(table, ulIndex, pData, ulLen);

@@ -207,18 +207,26 @@ uint32_t resultOf(int error)
     }
 }
 
-// The reply to `serial`. Replies to earlier frames, whose senders gave up waiting, are passed over.
+// The reply to `serial`. Replies to earlier frames, whose senders gave up waiting, are passed over, but not for
+// longer than a reply may take.
 uint32_t receiveReply(int fd, uint32_t serial, FrameHeader &reply, Room room = {})
 {
     const Deadline deadline(timeLimitMs());
-    int error = 0;
-    do {
-        error = receiveFrame(fd, reply, room, deadline);
-    } while (error == 0 && reply.kind == FrameKind::reply && reply.serial != serial);
-    if (error != 0) {
-        return resultOf(error);
+    for (;;) {
+        const int error = receiveFrame(fd, reply, room, deadline);
+        if (error != 0) {
+            return resultOf(error);
+        }
+        if (reply.kind != FrameKind::reply) {
+            return QX_ERR_PROTOCOL;
+        }
+        if (reply.serial == serial) {
+            return QX_OK;
+        }
+        if (deadline.passed()) {
+            return QX_ERR_TIMEOUT;
+        }
     }
-    return reply.kind == FrameKind::reply ? QX_OK : QX_ERR_PROTOCOL;
 }
 
 bool isBroken(int error)

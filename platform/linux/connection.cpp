@@ -207,8 +207,8 @@ uint32_t resultOf(int error)
     }
 }
 
-// The reply to `serial`. Replies to earlier frames, whose senders gave up waiting, are passed over, but not for
-// longer than a reply may take.
+// The reply to `serial`. Replies to earlier frames, whose senders gave up waiting, are passed over, but not
+// for longer than a reply may take.
 uint32_t receiveReply(int fd, uint32_t serial, FrameHeader &reply, Room room = {})
 {
     const Deadline deadline(timeLimitMs());

@@ -50,9 +50,10 @@ uint32_t read(const char *text, bool plain)
         return ZEMA_ERR;
     }
     void *data = nullptr;
-    const uint32_t result = (plain ? QX_LargeDataReadNoDecompress : QX_LargeDataRead)(&desc, &data);
-    if (result == 0) {
-        std::fwrite(data, 1, desc.ulRawLen, stdout);
+    uint32_t result = (plain ? QX_LargeDataReadNoDecompress : QX_LargeDataRead)(&desc, &data);
+    if (result == 0 &&
+        (std::fwrite(data, 1, desc.ulRawLen, stdout) != desc.ulRawLen || std::fflush(stdout) != 0)) {
+        result = ZEMA_ERR;
     }
     QX_OS_MemFreeD(data);
     return result;

@@ -52,15 +52,16 @@ static int save(const struct Interface *interface)
 
 static void *saveOnThread(void *interface)
 {
-    (void)save(interface);
-    return NULL;
+    return save(interface) == 0 ? NULL : interface;
 }
 
 static int saveOffThread(struct Interface *interface)
 {
     pthread_t thread;
+    void *failed = NULL;
 
-    return pthread_create(&thread, NULL, saveOnThread, interface) != 0 || pthread_join(thread, NULL) != 0;
+    return pthread_create(&thread, NULL, saveOnThread, interface) != 0 ||
+           pthread_join(thread, &failed) != 0 || failed != NULL;
 }
 
 static uint32_t show(uint32_t table, void *item, void *count)
@@ -99,6 +100,12 @@ static void keep(const struct Interface *interface)
     }
 }
 
+static int usage(void)
+{
+    fprintf(stderr, "usage: layer_client save|save-off-thread|keep INDEX NAME [hidden], or list\n");
+    return 2;
+}
+
 int main(int argc, char **argv)
 {
     const char *verb = argc > 1 ? argv[1] : "";
@@ -109,12 +116,14 @@ int main(int argc, char **argv)
         return list();
     }
     if (argc < 4 || QX_OS_StrToUInt32(argv[2], &index) != 0) {
-        fprintf(stderr, "usage: layer_client save|save-off-thread|keep INDEX NAME [hidden], or list\n");
-        return 2;
+        return usage();
     }
     interface = makeInterface(index, argv[3], argc == 4);
     if (strcmp(verb, "keep") == 0) {
         keep(&interface);
     }
-    return strcmp(verb, "save") == 0 ? save(&interface) : saveOffThread(&interface);
+    if (strcmp(verb, "save") == 0) {
+        return save(&interface);
+    }
+    return strcmp(verb, "save-off-thread") == 0 ? saveOffThread(&interface) : usage();
 }

@@ -151,6 +151,7 @@ uint32_t QX_LargeDataReadInner(const LargeDataDesc *pstDesc, void **ppvData, uin
     if (!packed) {
         fillPlain(*pstDesc, raw, place);
     } else {
+        std::memset(raw.data(), 0, raw.size());
         result = QX_OS_Decompress(stored.data(), stored.size(), raw.data(), raw.size());
         if (result != ZEMA_OK) {
             stored.reset();

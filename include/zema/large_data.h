@@ -7,9 +7,10 @@
  * does not tell, so what QX_LargeDataWrite wrote is read with QX_LargeDataRead, and what
  * QX_LargeDataWriteNoCompress wrote with QX_LargeDataReadNoDecompress. Up to 2048 bytes either will do.
  *
- * A descriptor that comes from another process may be wrong without harm but for what it asks for: a read
- * takes ulStoredLen and ulRawLen bytes of memory. Nothing is locked and nothing kept between calls; any
- * thread.
+ * A writer that cannot pass its descriptor on releases the block (QX_VDATA_FreeShm in qx/vdata.h): nobody
+ * else will. A descriptor that comes from another process may be wrong without harm but for what it asks for:
+ * a read takes ulStoredLen and ulRawLen bytes of memory. Nothing is locked and nothing kept between calls;
+ * any thread.
  *
  * Results: 0; 1, recorded (1), for a missing argument, before anything is done; ZEMA_ERR_LARGEDATA_NOMEM;
  * else the platform's result. All failures are recorded under large_data_transfer.cpp.

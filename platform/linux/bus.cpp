@@ -19,6 +19,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
+#include <utility>
 
 namespace qx {
 namespace {
@@ -576,6 +577,13 @@ uint32_t joinBus()
     }
     const Lock lock(LockId::join);
     return joinLocked();
+}
+
+Handling::Handling() : before_(std::exchange(tHandling, true)) {}
+
+Handling::~Handling()
+{
+    tHandling = tHandling && before_; // a child that was forked meanwhile is in no handler any more
 }
 
 Load currentLoad()

@@ -63,6 +63,18 @@ void forgetMonitors();
 void abandonFlows();
 void forgetRing();
 
+// While it stands, this thread is inside a handler: it may neither dispatch nor leave.
+class Handling {
+public:
+    Handling();
+    ~Handling();
+    Handling(const Handling &) = delete;
+    Handling &operator=(const Handling &) = delete;
+
+private:
+    bool before_;
+};
+
 // How this process fares, as it tells others.
 struct Load {
     uint64_t handled; // frames, since it joined

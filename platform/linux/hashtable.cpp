@@ -100,6 +100,16 @@ public:
 
     static constexpr uint32_t limitOf(uint32_t size) { return size * kSlots / 4 * 3; }
 
+    // The first bucket with a key; any one when there is none. Looked for only from where it was last, so
+    // that whoever lists and removes keys again and again does not pass over what is empty already each time.
+    uint32_t firstUsed() const
+    {
+        while (count_ > 0 && buckets_[first_].count == 0) {
+            ++first_;
+        }
+        return first_;
+    }
+
     // The key's value, null when it is not here.
     void **find(uint32_t key) const
     {
@@ -133,6 +143,7 @@ public:
         }
         buckets_[index].add(key, value);
         ++count_;
+        first_ = std::min(first_, index);
         return distance(first, index);
     }
 
@@ -191,6 +202,7 @@ private:
     uint32_t mask_ = (1U << kFirstBits) - 1;
     uint32_t shift_ = 32 - kFirstBits;
     uint32_t count_ = 0;
+    mutable uint32_t first_ = 0; // no bucket before this one has a key
 };
 
 struct Table {
@@ -215,7 +227,7 @@ struct Table {
     {
         for (const Buckets *part : {&buckets, &old}) {
             uint32_t left = part->count();
-            for (uint32_t index = 0; left > 0; ++index) {
+            for (uint32_t index = part->firstUsed(); left > 0; ++index) {
                 const Bucket &bucket = (*part)[index];
                 left -= bucket.count;
                 for (uint32_t position = 0; position < bucket.count; ++position) {
@@ -282,6 +294,15 @@ bool grow(Table &table)
 {
     const uint32_t bits = table.buckets.exist() ? table.buckets.bits() + 1 : kFirstBits;
     return renew(table, bits, table.buckets.multiplier());
+}
+
+// A table that has lost most of its keys gets fewer buckets, if there is memory to move to.
+void shrink(Table &table)
+{
+    const bool isWide = table.buckets.size() > kMovedAtOnce && table.count() < table.buckets.limit() / 8;
+    if (isWide) {
+        renew(table, table.buckets.bits() - 1, table.buckets.multiplier());
+    }
 }
 
 // Without memory the ways stay long, and the table works on. Keys that go badly with every multiplier are
@@ -401,6 +422,8 @@ uint32_t remove(Hashtable *operations, uint32_t key, HashtableRelease release, u
     part.remove(found);
     if (table.old.exist()) {
         move(table, kBucketsAStep);
+    } else {
+        shrink(table);
     }
     if (release != nullptr) {
         release(value);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <span>
 
 namespace qx {
 namespace {
@@ -22,16 +23,18 @@ pthread_mutex_t &lockOf(LockId id)
     return gLocks[static_cast<size_t>(id)];
 }
 
+// Not the first one, which is held for as long as a handler runs: a fork does not wait for that, and the
+// child has no owner's handler any more.
 void holdLocks()
 {
-    for (pthread_mutex_t &lock : gLocks) {
+    for (pthread_mutex_t &lock : std::span(gLocks).subspan<1>()) {
         pthread_mutex_lock(&lock);
     }
 }
 
 void releaseLocks()
 {
-    for (auto lock = gLocks.rbegin(); lock != gLocks.rend(); ++lock) {
+    for (auto lock = gLocks.rbegin(); lock != gLocks.rend() - 1; ++lock) {
         pthread_mutex_unlock(&*lock);
     }
 }

@@ -17,9 +17,13 @@ struct Module {
     void *context;
 };
 
+// A dispatch that does not keep up is told so, as a full socket would tell it.
+constexpr size_t kMostQueued = size_t{4} << 20U;
+
 struct OwnQueue {
     OwnMessage *first;
     OwnMessage *last;
+    size_t size; // of what waits
 };
 
 constinit StaticVec<Module> gModules; // LockId::modules
@@ -73,11 +77,12 @@ uint32_t keepForDispatch(uint32_t id, const void *header, Payload payload)
     message->header = frameOf(FrameKind::message, id);
     message->header.length = static_cast<uint32_t>(whole);
     writeMessage(message->payload, header, payload);
-    if (!joinFlow(message->header, selfId())) {
+    const Lock lock(LockId::modules);
+    if (gQueue.size + whole > kMostQueued || !joinFlow(message->header, selfId())) {
         std::free(message);
         return QX_ERR_NO_MEMORY;
     }
-    const Lock lock(LockId::modules);
+    gQueue.size += whole;
     (gQueue.first == nullptr ? gQueue.first : gQueue.last->next) = message;
     gQueue.last = message;
     announceOwnMessage();
@@ -125,6 +130,7 @@ OwnMessage *takeOwnMessage()
     OwnMessage *const message = gQueue.first;
     if (message != nullptr) {
         gQueue.first = message->next;
+        gQueue.size -= message->header.length;
     }
     return message;
 }

@@ -37,6 +37,7 @@ bool askHere(QxSyncRequest request, uint32_t &result)
     if (request.ulPid == 0) {
         request.ulPid = QX_OS_GetPID();
     }
+    const Handling handling;
     result = gOwner.handler(gOwner.context, &request);
     return true;
 }

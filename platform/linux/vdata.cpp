@@ -12,7 +12,6 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <string_view>
-#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -92,6 +91,9 @@ bool isOurs(const struct stat &status)
 // The descriptor of the block, when it is ours and has this size.
 uint32_t openBlock(uint32_t id, uint32_t size, int access, int &fd)
 {
+    if (id == 0) {
+        return QX_ERR;
+    }
     fd = openObject(id, access);
     if (fd < 0) {
         return resultOf(errno);
@@ -136,9 +138,10 @@ int makeObject(uint32_t &id)
 {
     int fd = -1;
     do {
-        const bool drawn = getrandom(&id, sizeof id, 0) == sizeof id;
-        fd = drawn && id != 0 ? open(nameOf(id).data(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600) : -1;
-    } while (fd < 0 && (id == 0 || errno == EEXIST || errno == EINTR));
+        id = randomNonce();
+        errno = EEXIST; // as good as one that somebody has
+        fd = id != 0 ? open(nameOf(id).data(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600) : -1;
+    } while (fd < 0 && (errno == EEXIST || errno == EINTR));
     return fd;
 }
 
@@ -272,6 +275,9 @@ uint32_t QX_VDATA_ReadData(uint32_t id, uint32_t size, void *data)
 
 uint32_t QX_VDATA_FreeShm(uint32_t id)
 {
+    if (id == 0) {
+        return QX_ERR;
+    }
     return unlink(qx::nameOf(id).data()) == 0 ? QX_OK : qx::resultOf(errno);
 }
 

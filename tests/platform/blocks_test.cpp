@@ -149,7 +149,7 @@ TEST(Blocks, HoldAndReturnBytesOfTheirSizeOnly)
     EXPECT_EQ(QX_VDATA_CreShm(1, nullptr), QX_ERR);
     EXPECT_EQ(QX_VDATA_UpdateData(1, 1, nullptr), QX_ERR);
     EXPECT_EQ(QX_VDATA_ReadData(1, 1, nullptr), QX_ERR);
-    EXPECT_EQ(QX_VDATA_FreeShm(0), QX_ERR_NOT_FOUND);
+    EXPECT_EQ(QX_VDATA_FreeShm(0), QX_ERR);
 }
 
 TEST(Blocks, NamesNothingWhenItFails)

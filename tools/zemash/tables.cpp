@@ -149,7 +149,7 @@ uint32_t showItems(const TableQuery &query)
     for (const tools::Page::Row &row : rows) {
         if (query.layer) {
             const uint32_t shown = showItem(query, *query.table, row.key, row.value);
-            if (shown != QX_OK) {
+            if (shown != QX_OK && shown != QX_ERR_NOT_FOUND) { // it may have been deleted since
                 return shown;
             }
         } else if (query.json) {

@@ -4,8 +4,9 @@
  * Any key and any value is allowed; the table never looks behind a value. Nothing is locked: one thread at a
  * time uses a table, but the two functions that make one may be called from any thread.
  *
- * A table that grows moves its keys a few at a time, with the calls of pfnPut and pfnRemove that follow, so
- * none of them takes long.
+ * A table that grows, or has lost most of its keys, moves the others a few at a time, with the calls of
+ * pfnPut and pfnRemove that follow, so that none of them takes long unless somebody chose the keys to that
+ * end.
  *
  * A host may hand out tables of its own making: what it hands out begins with this structure, all the
  * operations set and the owner's words 0.

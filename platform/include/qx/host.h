@@ -90,7 +90,8 @@ typedef struct QxSyncRequest {
 
 /* Answers a request (qx/data_sync.h): 0 when it has written all ulReplySize bytes of the reply; any other
  * result is the request's, and no reply is sent. Check the sizes before use. Called inside dispatch, or by
- * whichever thread of this process asks itself, but never twice at once. */
+ * whichever thread of this process asks itself, but never twice at once: one that asks meanwhile waits for as
+ * long as the handler takes. */
 typedef uint32_t (*QxSyncHandler)(void *context, const QxSyncRequest *request);
 
 /* Answers the synchronous requests of all processes. One process at a time: QX_ERR_TAKEN while another lives.
@@ -103,8 +104,9 @@ QX_API uint32_t QxHost_ServeSync(QxSyncHandler handler, void *context);
  * came behind it, that payload, and at least 1024 zero bytes; size is of both. Called inside dispatch. */
 typedef uint32_t (*QxMessageHandler)(void *context, void *message, uint32_t size);
 
-/* Serves a module. One process at a time: QX_ERR_TAKEN while another lives. A null handler ends it. 0,
- * QX_ERR_TIMEOUT, QX_ERR_NO_MEMORY, QX_ERR_RUNTIME_DIR. */
+/* Serves a module. One process at a time: QX_ERR_TAKEN while another lives. A null handler ends it, and
+ * messages that wait to be dispatched are dropped. 0, QX_ERR_TIMEOUT, QX_ERR_NO_MEMORY, QX_ERR_RUNTIME_DIR.
+ */
 QX_API uint32_t QxHost_ServeModule(uint32_t module, QxMessageHandler handler, void *context);
 
 /* ---- Shared-memory blocks ---- */

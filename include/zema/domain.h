@@ -40,6 +40,7 @@ ZEMA_API uint32_t QX_UTL_IsIpRange(const char *pcText);
  * field; any other IPv6 text sets the IPv6 field and IPADDR_KIND_IPV6. 0; 1, and the record untouched, when
  * the text is neither. Only a missing text is recorded, by IPv6Address_ConvertFromString. QX_OS_InetAddr has
  * its own view of what the first function accepts: 010.1.1.1 is 8.1.1.1, and 1.2.3.08 is 255.255.255.255.
+ * pstAddr is not tested.
  */
 ZEMA_API uint32_t QX_UTL_ConvHostNameToIpAddr(const char *pcText, IpAddrRecord *pstAddr);
 

@@ -70,9 +70,10 @@ ZEMA_API uint32_t QX_UTL_ConvertIpAddrToStandard(const char *pcText, char *pcOut
  */
 ZEMA_API uint32_t QX_UTL_ValidateSubnetMask(const char *pcText);
 
+#define ZEMA_FEATURE_CLASS_A_IP "ZEMA_FT_SUPPORT_CLASS_A_IP"
+
 /* 0 when the first three octets of a text that QX_UTL_IpAddrSplit accepts are 255, whatever the fourth; with
  * the feature ZEMA_FEATURE_CLASS_A_IP on, also when the first one is. */
-#define ZEMA_FEATURE_CLASS_A_IP "ZEMA_FT_SUPPORT_CLASS_A_IP"
 ZEMA_API uint32_t QX_UTL_IsMask24BitOrMore(const char *pcMask);
 
 /* The prefix length of a mask in host byte order, which is 32 less its trailing zeros; of 0 it is 0. Always

@@ -10,7 +10,8 @@
  * Nothing is locked: calls that concern one table come one at a time, and those that name a new table alone.
  * Results are result codes: 1 and nothing recorded when an argument is missing, which data and buffers are
  * not while the length is 0; 1, recorded (1), when there is no memory or the table cannot be had; the code of
- * the table's operation that failed, recorded. Out values are untouched then. Failures are recorded under
+ * the table's operation that failed, recorded. A table that cannot be had is recorded by
+ * MultiHashtable_GetTable first. Out values are untouched then. Failures are recorded under
  * multi_hashtable.cpp.
  */
 #ifndef ZEMA_MULTI_HASHTABLE_H
@@ -35,12 +36,14 @@ typedef uint32_t (*MultiHashtableVisitor)(uint32_t ulTableId, void *pItem, void 
  * cannot be had. */
 ZEMA_API Hashtable *MultiHashtable_GetTable(uint32_t ulTableId);
 
-/* Overwrites the first ulLen bytes of the item in place, or adds it when the index is new. */
+/* Overwrites the first ulLen bytes of the item in place, or adds it when the index is new. A failure to add
+ * is recorded once more (the result), behind the record of MultiHashtable_AddData. */
 ZEMA_API uint32_t MultiHashtable_SaveData(uint32_t ulTableId, uint32_t ulIndex, const void *pData,
                                           uint32_t ulLen);
 
 /* Adds an item to a table of MultiHashtable_GetTable without looking for the index. The code of pfnPut when
- * it cannot be entered, as when it is there already; recorded (the code, the index). */
+ * it cannot be entered, as when it is there already; recorded (the code, the index). No memory for its length
+ * is recorded with the index too. */
 ZEMA_API uint32_t MultiHashtable_AddData(Hashtable *pstTable, uint32_t ulIndex, const void *pData,
                                          uint32_t ulLen);
 

@@ -18,7 +18,7 @@ enum class FrameKind : uint16_t {
     print,     // number = terminal, payload = bytes
     hlp,       // payload = an HLP message
     done,      // work of a flow is finished: number = the kind of its frame, word = the result,
-               // payload = PeerIds, first the sender's, then of those that it sent more to
+               // payload = FlowShares, first the sender's, then of those that it sent more to
     sync,      // number = operation, word = the size of the reply wanted, payload = the request; the reply to
                // one that succeeded has a payload of that size
     message,   // number = receiving module, payload = a message with its header

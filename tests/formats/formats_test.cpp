@@ -3,9 +3,13 @@
 #include "platform/linux/record_ring.h"
 #include "qx/compress.h"
 #include "qx/diag.h"
+#include "qx/event.h"
 #include "qx/hlp.h"
 #include "qx/process.h"
 #include "qx/socket.h"
+#include "qx/vdata.h"
+#include "table_requests.h"
+#include "table_service.h"
 #include "tests/support/processes.h"
 #include "zema/zema.h"
 
@@ -15,7 +19,10 @@
 #include <functional>
 #include <gmock/gmock.h>
 #include <map>
+#include <poll.h>
 #include <sstream>
+#include <sys/socket.h>
+#include <sys/un.h>
 
 namespace {
 
@@ -104,10 +111,16 @@ std::string command()
 
 std::string hlp()
 {
-    alignas(8) char message[64] = {};
-    QX_OS_InitHlpMsg(message, 0, ZEMA_HLP_MSG_CMD, 5, 6);
-    QX_OS_AddTlvToHlpMsg(message, 2, 4, "data");
-    return textOf(message, QX_HLP_OVERHEAD + 4);
+    QxHost_ServeKernel(
+        [](void *, const void *message, uint32_t size) { return gSent = textOf(message, size), 0U; },
+        nullptr);
+    alignas(HlpTlvMsg) char request[sizeof(HlpTlvMsg) + 4] = {};
+    const HlpTlvMsg head{
+        .ulMsgType = ZEMA_HLP_MSG_CMD, .usLen = 4, .usReserved = 0, .ulHdrPara1 = 5, .ulHdrPara2 = 6};
+    std::memcpy(request, &head, sizeof head);
+    std::copy_n("data", 4, request + sizeof head);
+    EXPECT_EQ(QX_ZEMA_Hlpsnd(reinterpret_cast<HlpTlvMsg *>(request), 7, 8), ZEMA_OK);
+    return gSent.replace(offsetof(QxHlpHeader, ulSenderPid), 4, 4, '\0');
 }
 
 std::string dataEvent()
@@ -124,13 +137,83 @@ std::string dataEvent()
 std::string tunnel(size_t number)
 {
     gKernelReply =
-        "\x24\0\0\0\x10\0\0\0\0\0\0\0\0\0\0\0\1\2\0\0"s + "\x08\0\2\0QXP\0"s + "\6\0\1\0\x1c\0\0\0"s;
+        "\x28\0\0\0\x10\0\0\0\0\0\0\0\0\0\0\0\1\2\0\0"s + "\x0a\0\2\0QXPKT\0\0\0"s + "\6\0\1\0\x1c\0\0\0"s;
     gPassed.clear();
     PktTunnelLink link{};
     EXPECT_EQ(QX_PKT_TUNNEL_CreateLinkSocket(29, &link), ZEMA_OK);
     EXPECT_EQ(QX_PKT_TUNNEL_SendPkg(&link, "packet", 6), ZEMA_OK);
     EXPECT_EQ(QX_PKT_TUNNEL_ReleaseLinkSocket(0, &link), ZEMA_OK);
     return gPassed.at(number);
+}
+
+// A message of the kernel in which the library finds "packet".
+std::string received()
+{
+    gKernelReply = "\x20\0\0\0\x1c\0\0\0\0\0\0\0\0\0\0\0\2\1\0\0\x0a\0\2\0packet\0\0"s;
+    const PktTunnelLink link{};
+    char buffer[PKT_TUNNEL_BUFFER_SIZE];
+    uint8_t *packet = nullptr;
+    uint32_t length = 0;
+    EXPECT_EQ(QX_PKT_TUNNEL_RecvPkgBuf(&link, buffer, sizeof buffer, &packet, &length), ZEMA_OK);
+    EXPECT_EQ(textOf(packet, length), "packet");
+    return gKernelReply;
+}
+
+// The beginning of what the owner of the tables replies.
+std::string answered(uint32_t code, const std::vector<uint32_t> &words, uint32_t replySize, size_t shown)
+{
+    alignas(16) char reply[sizeof(tools::Page)] = {};
+    const QxSyncRequest request{.ulCode = code,
+                                .ulPid = 0,
+                                .pvData = words.data(),
+                                .ulSize = static_cast<uint32_t>(4 * words.size()),
+                                .pvReply = reply,
+                                .ulReplySize = replySize};
+    EXPECT_EQ(tools::serveTables(nullptr, &request), QX_OK) << code;
+    return textOf(reply, shown);
+}
+
+// A block's file, without its maker's process and time.
+std::string block()
+{
+    uint32_t id = 0;
+    EXPECT_EQ(QX_VDATA_CreShm(3, &id), QX_OK);
+    EXPECT_EQ(QX_VDATA_UpdateData(id, 3, "abc"), QX_OK);
+    char path[64];
+    std::snprintf(path, sizeof path, "/dev/shm/zema-%u-%08x", geteuid(), id);
+    std::ifstream file(path);
+    const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+    EXPECT_EQ(QX_VDATA_FreeShm(id), QX_OK);
+    return bytes.size() < 19 ? bytes : std::string(bytes).replace(7, 12, 12, '\0');
+}
+
+// What an event is to a process that has these names, which is this one.
+std::string frameFor(const std::string &folder, std::istringstream names)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::string name;
+    std::getline(names, name);
+    std::snprintf(address.sun_path, sizeof address.sun_path, "%s/%s", folder.c_str(), name.c_str());
+    std::getline(names, name);
+    const std::ofstream role(folder + "/" + name);
+    const int listener = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    EXPECT_EQ(bind(listener, reinterpret_cast<sockaddr *>(&address), sizeof address), 0) << address.sun_path;
+    EXPECT_EQ(listen(listener, 4), 0);
+    EXPECT_EQ(EventCenter_GlobalInvokeEvent2(ZEMA_EVENT_CMD, name.data(), 2), QX_OK);
+    char bytes[64];
+    pollfd arrival{.fd = listener, .events = POLLIN, .revents = 0};
+    for (ssize_t size = 0; poll(&arrival, 1, 0) > 0;) { // one connection may have asked whether we live
+        const int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+        size = recv(fd, bytes, sizeof bytes, MSG_DONTWAIT);
+        close(fd);
+        if (size > 0) {
+            close(listener);
+            return textOf(bytes, static_cast<size_t>(size));
+        }
+    }
+    close(listener);
+    return "";
 }
 
 std::string compressed(const std::string &text)
@@ -181,6 +264,11 @@ using Formats = Scratch;
 TEST_F(Formats, AreWhatIsWritten)
 {
     const auto [recordsHeader, firstRecord] = recordRing(dir_);
+    std::map<std::string, std::string> page = goldens();
+    const std::string eventFrame = frameFor(dir_, std::istringstream(page["names"]));
+    page.erase("names");
+    EXPECT_EQ(command().substr(28), std::string(232, '\0'));
+    EXPECT_EQ(MultiHashtable_SaveData(2, 7, "abcd", 4), ZEMA_OK);
     const LayerBaseHeader layer{.ulIndex = 7,
                                 .ulState = 2,
                                 .ulState2Jiffies = 100,
@@ -206,19 +294,27 @@ TEST_F(Formats, AreWhatIsWritten)
          })},
         {"device-delete", asked([] { NETDEV_DeleteNetDeviceByIndex(5); })},
         {"device-flag", asked([] { NETDEV_SetNetDevPrivFlag("eth0", 0x1234); })},
+        {"list-reply", answered(MULTIHASHTABLEEX_CODE_LIST, {2, 2}, 12, 12)},
+        {"tables-reply", answered(tools::kListTables, {0}, sizeof(tools::Page), 16)},
+        {"items-reply", answered(tools::kListItems, {2, 0}, sizeof(tools::Page), 16)},
+        {"length-reply", answered(tools::kItemLength, {2, 7}, 4, 4)},
         {"layer", raw(layer)},
         {"data-event", dataEvent()},
         {"tunnel-family", tunnel(0)},
+        {"tunnel-answer", gKernelReply},
         {"tunnel-register", tunnel(1)},
         {"tunnel-packet", tunnel(2)},
+        {"tunnel-received", received()},
         {"descriptor", raw(desc)},
         {"stored", compressed("abc")},
+        {"packed", compressed(std::string(32, 'a'))},
+        {"block", block()},
+        {"event-frame", eventFrame},
         {"frame", raw(frame)},
         {"flow-word", raw(share)},
         {"records-header", recordsHeader},
         {"records-slot", firstRecord},
     };
-    const std::map<std::string, std::string> page = goldens();
     for (const auto &[name, bytes] : written) {
         const auto shown = page.find(name);
         EXPECT_EQ(shown == page.end() ? "no such block" : shown->second, hex(bytes)) << name;

@@ -15,8 +15,8 @@ QX_BEGIN_DECLS
  * QX_CLI_SynPrint returns when the terminal's process has written the bytes; QX_CLI_AsynPrint when it has
  * them in its queue, and waits only while that queue is full. 0 when every process that serves the terminal
  * took them; QX_ERR for missing bytes, QX_ERR_NOBODY when no process serves it, QX_ERR_TIMEOUT,
- * QX_ERR_PEER_GONE (it died while it wrote), QX_ERR_TOO_LARGE, QX_ERR_NO_MEMORY, QX_ERR_RUNTIME_DIR. Any
- * thread.
+ * QX_ERR_PEER_GONE (it died while it wrote), QX_ERR_TOO_LARGE, QX_ERR_NO_MEMORY, QX_ERR_RUNTIME_DIR; the
+ * nonzero result of this process's own writer and, for QX_CLI_SynPrint, of another one's. Any thread.
  */
 QX_API uint32_t QX_CLI_SynPrint(uint32_t terminal, const char *bytes, uint32_t size);
 QX_API uint32_t QX_CLI_AsynPrint(uint32_t terminal, const char *bytes, uint32_t size);

@@ -11,8 +11,9 @@ QX_BEGIN_DECLS
 
 /*
  * Compresses n bytes into at most capacity bytes at dst, and tells how many it wrote: never more than n + 1,
- * however little the bytes shrink. 0; QX_ERR when an argument is missing; QX_ERR_TOO_LARGE when they do not
- * fit, which they always do into n + 1. After a failure dst holds anything and *written is untouched.
+ * however little the bytes shrink. 0; QX_ERR when an argument is missing or capacity is 0; QX_ERR_TOO_LARGE
+ * when they do not fit, which they always do into n + 1. After a failure dst holds anything and *written is
+ * untouched.
  */
 QX_API uint32_t QX_OS_Compress(const void *src, uint32_t n, void *dst, uint32_t capacity, uint32_t *written);
 

@@ -14,7 +14,7 @@
 QX_BEGIN_DECLS
 
 /* Stores one record: a source file, its line and five values, the first by convention the failure code. 0
- * when stored, QX_ERR_RUNTIME_DIR when there is no file to store it in. */
+ * when stored, QX_ERR_RUNTIME_DIR when there is no file to store it in or no room on its disk. */
 QX_API uint32_t QX_PROC_DBG_LastWord(const char *file, uint32_t line, uint32_t value1, uint32_t value2,
                                      uint32_t value3, uint32_t value4, uint32_t value5);
 

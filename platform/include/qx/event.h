@@ -13,7 +13,8 @@ QX_BEGIN_DECLS
 typedef uint32_t (*QxEventHandler)(void *data);
 
 /* Calls handler for each such event of this or any process. A pair that is subscribed already stays so once.
- * 0, QX_ERR for a missing handler, QX_ERR_NO_MEMORY, QX_ERR_RUNTIME_DIR. Any thread. */
+ * 0, QX_ERR for a missing handler, QX_ERR_NO_MEMORY, also when the process has 64 handlers of the event,
+ * QX_ERR_RUNTIME_DIR. Any thread. */
 QX_API uint32_t EventCenter_SubscribeEvent(uint32_t event, QxEventHandler handler);
 
 /* 0, or QX_ERR_NOT_FOUND. */

@@ -21,7 +21,7 @@ struct EventHandle {
     uint32_t (*pfnGetCount)(EventHandle *handle, uint32_t event);
 
     /* Adds a callback; a pair that is registered already stays so once. 0, QX_ERR for a missing argument,
-     * QX_ERR_NO_MEMORY. */
+     * QX_ERR_NO_MEMORY, also when the event type has 64 callbacks. */
     uint32_t (*pfnRegister)(EventHandle *handle, uint32_t event, EventHandleCallback callback);
     /* 1 when the pair is registered, else 0. */
     uint32_t (*pfnIsRegistered)(EventHandle *handle, uint32_t event, EventHandleCallback callback);

@@ -44,9 +44,8 @@ QX_API uint32_t QX_OS_InitHlpMsg(void *message, uint32_t zero, uint32_t type, ui
 QX_API uint32_t QX_OS_AddTlvToHlpMsg(void *message, uint8_t type, uint16_t size, const void *value);
 
 /* Hands the message to the kernel's side: whoever holds the role of the kernel (QxHost_ServeKernel). 0 when
- * it has it, QX_ERR for a message that was not initialised, QX_ERR_NOBODY, QX_ERR_TIMEOUT, QX_ERR_TOO_LARGE,
- * QX_ERR_NO_MEMORY, QX_ERR_RUNTIME_DIR.
- */
+ * it has it, QX_ERR for a message that is missing or was not initialised, QX_ERR_NOBODY, QX_ERR_PEER_GONE,
+ * QX_ERR_TIMEOUT, QX_ERR_TOO_LARGE, QX_ERR_NO_MEMORY, QX_ERR_RUNTIME_DIR. */
 QX_API uint32_t QX_OS_HLP_Send(void *message, uint32_t option1, uint32_t option2);
 
 QX_END_DECLS

@@ -66,7 +66,8 @@ typedef struct QxPrint {
 typedef uint32_t (*QxTerminalWriter)(void *context, const QxPrint *print);
 
 /* Serves a terminal (0 to 65534); several processes may serve one, and each gets what is printed. A null
- * writer ends it. 0, QX_ERR, QX_ERR_NO_MEMORY, QX_ERR_RUNTIME_DIR. */
+ * writer ends it. 0, QX_ERR for another terminal, QX_ERR_NO_MEMORY, also for a 65th one of this process,
+ * QX_ERR_RUNTIME_DIR. */
 QX_API uint32_t QxHost_ServeTerminal(uint32_t terminal, QxTerminalWriter writer, void *context);
 
 /* Gets each HLP message (qx/hlp.h), size bytes that were checked to be a header with that size. The items in
@@ -74,7 +75,7 @@ QX_API uint32_t QxHost_ServeTerminal(uint32_t terminal, QxTerminalWriter writer,
 typedef uint32_t (*QxKernelHandler)(void *context, const void *message, uint32_t size);
 
 /* Takes the kernel's side of the HLP messages. One process at a time: QX_ERR_TAKEN while another lives. A
- * null handler ends it. */
+ * null handler ends it. 0, QX_ERR_TIMEOUT, QX_ERR_NO_MEMORY, QX_ERR_RUNTIME_DIR. */
 QX_API uint32_t QxHost_ServeKernel(QxKernelHandler handler, void *context);
 
 /* ---- Synchronous requests ---- */
@@ -198,7 +199,7 @@ QX_API uint32_t QxHost_ListRoles(QxRoleVisitor visitor, void *context);
 /*
  * Calls the remote procedure and waits for its result; a procedure of this process is a plain call. 0 and the
  * handler's result in *result; QX_ERR, QX_ERR_NOBODY, QX_ERR_PEER_GONE, QX_ERR_TIMEOUT, QX_ERR_TOO_LARGE,
- * QX_ERR_NO_MEMORY, QX_ERR_RUNTIME_DIR, and *result untouched. Any thread.
+ * QX_ERR_PROTOCOL, QX_ERR_NO_MEMORY, QX_ERR_RUNTIME_DIR, and *result untouched. Any thread.
  */
 QX_API uint32_t QxHost_CallRpc(uint32_t id, uint32_t callerWord, const char *text, uint32_t *result);
 
@@ -236,10 +237,12 @@ QX_API uint32_t QxHost_FlowCallRpc(QxFlow *flow, uint32_t id, uint32_t callerWor
 QX_API uint32_t QxHost_FlowInvokeEvent(QxFlow *flow, uint32_t event, const void *data, uint32_t size);
 
 /* Dispatches until every process is done or dead: 0. QX_ERR_TIMEOUT when some still are not after timeoutMs;
- * QX_ERR_STOPPED after QxHost_Stop; the results of QxHost_Dispatch. May be called again. */
+ * QX_ERR_STOPPED after QxHost_Stop; QX_ERR without a flow; the results of QxHost_Dispatch. May be called
+ * again. */
 QX_API uint32_t QxHost_FlowWait(QxFlow *flow, uint32_t timeoutMs);
 
-/* The result of the flow's remote procedure: 0 when it has come, QX_ERR_NOT_FOUND when not. */
+/* The result of the flow's remote procedure: 0 when it has come, QX_ERR_NOT_FOUND when not,
+ * QX_ERR for a missing argument. */
 QX_API uint32_t QxHost_FlowResult(const QxFlow *flow, uint32_t *result);
 
 /* The processes that received the flow's work, in the order in which the origin learnt of them: copies at
@@ -286,7 +289,7 @@ typedef uint32_t (*QxRecordVisitor)(void *context, const QxRecord *record);
 /*
  * Visits the records of all processes in the order of their time, those of dead processes included; the ring
  * of a process keeps its latest 256. Reads only; records that are being written meanwhile are left to the
- * next reading. 0, the visitor's result, QX_ERR_RUNTIME_DIR, QX_ERR_NO_MEMORY.
+ * next reading. 0, the visitor's result, QX_ERR without a visitor, QX_ERR_RUNTIME_DIR, QX_ERR_NO_MEMORY.
  */
 QX_API uint32_t QxHost_ReadRecords(QxRecordVisitor visitor, void *context);
 

@@ -23,13 +23,13 @@ typedef uint32_t (*ArrayListCompare)(const void *element, const void *key);
 typedef uint32_t (*ArrayListVisitor)(void *element, uint32_t *visited, void *context);
 
 struct ArrayList {
-    /* Copies the first element that compare accepts for key to out (which may be null). 0, or
-     * QX_ERR_NOT_FOUND. */
+    /* Copies the first element that compare accepts for key to out (which may be null). 0, QX_ERR for a
+     * missing list or compare, QX_ERR_NOT_FOUND. */
     uint32_t (*pfnFind)(ArrayList *list, ArrayListCompare compare, const void *key, void *out);
-    /* Appends a copy of the size bytes at element. 0, QX_ERR for a missing or odd-sized one,
-     * QX_ERR_NO_MEMORY. */
+    /* Appends a copy of the size bytes at element. 0, QX_ERR for a missing one, a size of 0 or
+     * another size than the first element's, QX_ERR_NO_MEMORY. */
     uint32_t (*pfnAdd)(ArrayList *list, const void *element, uint32_t size);
-    /* Removes the first element that compare accepts for key. 0, or QX_ERR_NOT_FOUND. */
+    /* Removes the first element that compare accepts for key. The results of pfnFind. */
     uint32_t (*pfnRemove)(ArrayList *list, ArrayListCompare compare, const void *key);
     /* Visits the elements in the order of their addition. 0, the first nonzero result of the visitor, or
      * QX_ERR_NO_MEMORY when there is none for the copies of elements above 256 bytes. */

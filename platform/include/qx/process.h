@@ -39,7 +39,6 @@ QX_API uint32_t QX_OS_ExecShellCmd(const char *line);
 /* A lock that lives inside its owner's structure. Not recursive. The second argument of QX_OS_MutexInit is
  * reserved and 0. Each returns 0 when done, QX_ERR when the lock is missing, else the number of the error. */
 typedef pthread_mutex_t QxMutex;
-
 QX_API uint32_t QX_OS_MutexInit(QxMutex *mutex, uint32_t reserved);
 QX_API uint32_t QX_OS_MutexLock(QxMutex *mutex);
 QX_API uint32_t QX_OS_MutexUnLock(QxMutex *mutex);

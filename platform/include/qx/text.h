@@ -16,7 +16,8 @@ QX_BEGIN_DECLS
 QX_API uint32_t QX_OS_StrLen(const char *text);
 QX_API uint32_t QX_OS_StrNLen(const char *text, uint32_t max);
 
-/* As strcmp, strncmp and strcasecmp: 0 when equal, else the sign of the first difference. */
+/* As strcmp, strncmp and strcasecmp: 0 when equal, else the sign of the first difference. A
+ * missing text comes before every other one. */
 QX_API int32_t QX_OS_StrCmp(const char *a, const char *b);
 QX_API int32_t QX_OS_StrNCmp(const char *a, const char *b, uint32_t count);
 QX_API int32_t QX_OS_StrCaseCmp(const char *a, const char *b);
@@ -49,7 +50,7 @@ QX_API uint32_t QX_OS_UInt32ToStr_S(uint32_t value, char *out, uint32_t size);
 QX_API long QX_OS_Strtol(const char *text, char **end, int32_t base);
 
 /* As inet_addr, inet_pton and inet_ntop; family is 2 (IPv4) or 10 (IPv6); addresses are in network byte
- * order. */
+ * order. A missing argument gives all ones, -1 and null. */
 QX_API uint32_t QX_OS_InetAddr(const char *text);
 QX_API int32_t QX_OS_InetPton(int32_t family, const char *text, void *out);
 QX_API const char *QX_OS_InetNtop(int32_t family, const void *address, char *out, uint32_t size);

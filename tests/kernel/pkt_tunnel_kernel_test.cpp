@@ -13,10 +13,11 @@
 #include <random>
 #include <sys/socket.h>
 #include <sys/syscall.h>
-#include <vector>
 
 namespace {
 
+using zema::test::inChild;
+using zema::test::inThreads;
 using zema::test::Shared;
 
 const char *gModule = "qxpkt.ko";
@@ -108,18 +109,6 @@ std::string burstOf(uint32_t count, size_t size)
     return numbered(QXPKT_BURST_MAGIC, count, size);
 }
 
-// Runs in a process of its own; true when it says so.
-bool inChild(const std::function<bool()> &holds)
-{
-    const pid_t child = fork();
-    if (child == 0) {
-        _exit(holds() ? 0 : 1);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    return status == 0;
-}
-
 class Kernel : public zema::test::Scratch {
 protected:
     Kernel() { EXPECT_TRUE(insertModule()) << strerror(errno); }
@@ -189,9 +178,7 @@ TEST_F(Kernel, TwoProcessesOnTwoLinkTypesGetTheirOwnPackets)
         }
         return right;
     };
-    std::thread other([&] { EXPECT_TRUE(inChild([&] { return talk(4); })); });
-    EXPECT_TRUE(inChild([&] { return talk(5); }));
-    other.join();
+    inThreads(2, [&](uint32_t n) { EXPECT_TRUE(inChild([&] { return talk(4 + n); })); });
 }
 
 TEST_F(Kernel, ALinkTypeIsItsLastSocketsAsLongAsThatLives)
@@ -227,17 +214,11 @@ TEST_F(Kernel, ALinkTypeIsItsLastSocketsAsLongAsThatLives)
 TEST_F(Kernel, AReleaseInOneThreadTakesNothingFromALinkOfAnother)
 {
     std::atomic<uint32_t> failures{0};
-    std::vector<std::thread> threads;
-    for (uint32_t type = 10; type < 14; ++type) {
-        threads.emplace_back([&failures, type] {
-            for (int round = 0; round < 500; ++round) {
-                failures += Link(type).echoes("mine") ? 0 : 1;
-            }
-        });
-    }
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
+    inThreads(4, [&failures](uint32_t n) {
+        for (int round = 0; round < 500; ++round) {
+            failures += Link(10 + n).echoes("mine") ? 0 : 1;
+        }
+    });
     EXPECT_EQ(failures, 0U);
 }
 

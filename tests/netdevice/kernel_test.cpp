@@ -13,7 +13,6 @@
 #include <net/if.h>
 #include <pty.h>
 #include <sstream>
-#include <thread>
 
 using namespace zema::test;
 
@@ -75,12 +74,6 @@ void expectWhatIpSays()
     EXPECT_FALSE(expected.empty());
 }
 
-size_t openDescriptors()
-{
-    const std::filesystem::directory_iterator all("/proc/self/fd");
-    return static_cast<size_t>(std::distance(begin(all), end(all)));
-}
-
 TEST(Kernel, HasWhatWeSayAndDoesWhatWeAsk)
 {
     inNamespaces("ip jq ifconfig sysctl", [] {
@@ -111,58 +104,25 @@ TEST(Kernel, HasWhatWeSayAndDoesWhatWeAsk)
     });
 }
 
-TEST(Kernel, LeavesNothingOpenWhenADeviceGoesAway)
-{
-    inNamespaces("ip", [] {
-        ASSERT_TRUE(runs("ip link add name eth0 type veth peer name eth1"));
-        size_t before = 0;
-        for (int i = 0; i < 1000; ++i) {
-            int32_t index = 0;
-            uint32_t number = 0;
-            uint8_t mac[6];
-            char text[18];
-            const bool there = i < 500;
-            ASSERT_EQ(NETDEV_GetIndexByDevName("eth0", &index) == 0, there);
-            ASSERT_EQ(NETDEV_GetNetDevStatus("eth0", &number) == 0, there);
-            ASSERT_EQ(NETDEV_GetMacByDeviceName("eth0", text, sizeof text) == 0, there);
-            ASSERT_EQ(NETDEV_SetNetDevMac("eth0", "02:00:00:00:00:01") == 0, there);
-            ASSERT_EQ(get_dev_mac("eth0", mac), there ? 1 : -1);
-            ASSERT_EQ(NETDEV_GetIpAddByDeviceName("eth0", &number, &number), 1U);
-            ASSERT_EQ(NETDEV_GetDevNameByIndex(0x7FFFFFFF, text, 9), ZEMA_ERR_NETDEV_IOCTL);
-            ASSERT_TRUE(i != 499 || runs("ip link del eth0"));
-            before = i == 0 ? openDescriptors() : before; // with the records' file
-        }
-        EXPECT_EQ(openDescriptors(), before);
-    });
-}
-
-uint32_t request(uint32_t code, const std::string &bytes)
-{
-    return tools::deviceService(code, bytes.data(), static_cast<uint32_t>(bytes.size()));
-}
-
-std::string indexOf(const char *device)
-{
-    const uint32_t index = if_nametoindex(device);
-    return {reinterpret_cast<const char *>(&index), sizeof index};
-}
-
-std::string setting(std::string name, const std::string &flag)
-{
-    name.resize(40);
-    return name + flag + std::string(6, '\0');
-}
-
-uint32_t flagOf(const char *name)
-{
-    uint32_t flag = 9;
-    EXPECT_EQ(QxHost_CallRpc(tools::kDeviceFlagProcedure, 0, name, &flag), 0U);
-    return flag;
-}
-
 TEST(Kernel, ServesRequestsAboutDevices)
 {
     inNamespaces("ip jq", [] {
+        const auto request = [](uint32_t code, const std::string &bytes) {
+            return tools::deviceService(code, bytes.data(), static_cast<uint32_t>(bytes.size()));
+        };
+        const auto indexOf = [](const char *device) {
+            const uint32_t index = if_nametoindex(device);
+            return std::string(reinterpret_cast<const char *>(&index), sizeof index);
+        };
+        const auto setting = [](std::string name, const std::string &flag) {
+            name.resize(40);
+            return name + flag + std::string(6, '\0');
+        };
+        const auto flagOf = [](const char *name) {
+            uint32_t flag = 9;
+            EXPECT_EQ(QxHost_CallRpc(tools::kDeviceFlagProcedure, 0, name, &flag), 0U);
+            return flag;
+        };
         ASSERT_EQ(setenv("ZEMA_RUNTIME_DIR", "/var/run", 1), 0);
         ASSERT_TRUE(runs("mkdir -m 700 /var/run && ip link add name eth0 type veth peer name eth1"));
         const std::tuple<const char *, uint32_t, std::string, uint32_t> rows[] = {
@@ -187,9 +147,9 @@ TEST(Kernel, ServesRequestsAboutDevices)
         }
         EXPECT_EQ(tools::deviceService(7, nullptr, 48), QX_ERR);
         EXPECT_EQ(flagOf("eth0"), tools::kHasFlag | ('d' << 8U) | 'c');
-        const size_t before = openDescriptors();
+        const size_t before = filesIn("/proc/self/fd");
         EXPECT_EQ(request(30, indexOf("eth1")), 0U);
-        EXPECT_EQ(openDescriptors(), before);
+        EXPECT_EQ(filesIn("/proc/self/fd"), before);
         EXPECT_EQ(if_nametoindex("eth0") + if_nametoindex("eth1"), 0U) << "and its peer with it";
         ASSERT_TRUE(
             runs("ip link add name eth0 type veth peer name eth1 && ip addr add 10.1.2.3/30 dev eth0"));
@@ -238,14 +198,11 @@ TEST(Kernel, ListsProcessesToTheRealShell)
         EXPECT_TRUE(eventually([] { return lookUp("wanmgr", "31s") != 0 && lookUp("wanmgr", "32s") != 0; }));
         EXPECT_EQ(lookUp("wanmgr 3", "3[2]s"), pids[1]) << "a blank is part of a pattern";
         EXPECT_EQ(lookUp("upsd", "32s") + lookUp("wanmgr", "33s"), 0U) << "a line with ps in it, and none";
-        const auto repeat = [&](size_t i, const char *keyword) {
+        inThreads(2, [&](uint32_t i) {
             for (int round = 0; round < 10; ++round) {
-                EXPECT_EQ(lookUp("wanmgr", keyword), pids[i]);
+                EXPECT_EQ(lookUp("wanmgr", i == 0 ? "31s" : "32s"), pids[i]);
             }
-        };
-        std::thread other(repeat, 1, "32s");
-        repeat(0, "31s");
-        other.join();
+        });
         std::string texts[6]; // with every byte but "/", which is no part of a file's name
         for (int byte = 1; byte < 256; ++byte) {
             texts[byte % 6] += byte == '/' ? '.' : static_cast<char>(byte);

@@ -98,6 +98,8 @@ TEST_F(Netdev, AsksTheKernelOnce)
         check(row.reason, row.call, {"QX_OS_IoctlSocket", -2}, kIoctl, "",
               asked + "; record f7301015 fffffffe");
     }
+    const Function small = [] { return NETDEV_GetMacByDeviceName("eth0", out, 17); };
+    check("a byte too small", small, {}, kPara, "", "record f7301001 11");
     for (const Function call : {+[] { return NETDEV_GetIndexByDevName(nullptr, number); },
                                 +[] { return NETDEV_GetIndexByDevName("eth0", nullptr); },
                                 +[] { return NETDEV_GetDevNameByIndex(1, nullptr, 32); },
@@ -107,9 +109,6 @@ TEST_F(Netdev, AsksTheKernelOnce)
                                 +[] { return NETDEV_GetMacByDeviceName_Inner("eth0", nullptr, 18); }}) {
         check("a missing argument", call, {}, kPara, "", "record f7301001");
     }
-    check(
-        "a byte too small", [] { return NETDEV_GetMacByDeviceName("eth0", out, 17); }, {}, kPara, "",
-        "record f7301001 11");
     EXPECT_EQ(platform.places.size(), 13U) << "each place of recording tells itself apart";
 }
 
@@ -124,12 +123,11 @@ TEST_F(Netdev, AsksForAddressAndMaskThroughOneSocket)
         check("both", query, {"QX_OS_IoctlSocket", 1, nth}, 0, "\xc0\xa8\1\1\xc0\xa8\1\1",
               mask + "CloseSocket 7");
     }
-    check(
-        "no name", [] { return NETDEV_GetIpAddByDeviceName(nullptr, word, word); }, {}, 1, "", "");
-    check(
-        "no address", [] { return NETDEV_GetIpAddByDeviceName("", nullptr, word); }, {}, 1, "", "");
-    check(
-        "no mask", [] { return NETDEV_GetIpAddByDeviceName("", word, nullptr); }, {}, 1, "", "");
+    for (const Function call : {+[] { return NETDEV_GetIpAddByDeviceName(nullptr, word, word); },
+                                +[] { return NETDEV_GetIpAddByDeviceName("", nullptr, word); },
+                                +[] { return NETDEV_GetIpAddByDeviceName("", word, nullptr); }}) {
+        check("a missing argument", call, {}, 1, "", "");
+    }
     check("no socket", query, {"QX_OS_Socket", -3}, 1, "", "Socket 2 2 0; record fffffffd" + trace);
     check("no address to be had", query, {"QX_OS_IoctlSocket", -4}, 1, "",
           address + "CloseSocket 7; record fffffffc" + trace);
@@ -147,13 +145,12 @@ TEST_F(Netdev, SetsAnAddressWithoutJudgingIt)
     const std::string trace = " 13; trace 31 socek error No such device\n";
     check("a whole address", set, {}, 0, "", asked + "; CloseSocket 7");
     check("not 0", set, {"QX_OS_IoctlSocket", 1}, 0, "", asked + "; CloseSocket 7");
-    check(
-        "part of one", [] { return NETDEV_SetNetDevMac(kLong, "1a:2b"); }, {}, 0, "",
-        part + "; CloseSocket 7");
-    check(
-        "no name", [] { return NETDEV_SetNetDevMac(nullptr, "0"); }, {}, kPara, "", "record f7301001");
-    check(
-        "no text", [] { return NETDEV_SetNetDevMac("eth0", nullptr); }, {}, kPara, "", "record f7301001");
+    const Function setPart = [] { return NETDEV_SetNetDevMac(kLong, "1a:2b"); };
+    const Function noName = [] { return NETDEV_SetNetDevMac(nullptr, "0"); };
+    const Function noText = [] { return NETDEV_SetNetDevMac("eth0", nullptr); };
+    check("part of one", setPart, {}, 0, "", part + "; CloseSocket 7");
+    check("no name", noName, {}, kPara, "", "record f7301001");
+    check("no text", noText, {}, kPara, "", "record f7301001");
     check("no socket", set, {"QX_OS_Socket"}, kSocket, "", "Socket 2 2 0; record f730100a" + trace);
     check("refused", set, {"QX_OS_IoctlSocket", -9}, kIoctl, "",
           asked + "; record f7301015 fffffff7 7" + trace + "; CloseSocket 7");
@@ -184,8 +181,8 @@ TEST_F(Netdev, RunsTheSystemsCommands)
     }
     check("no memory", up, {"QX_OS_MemMallocSet"}, 1, "", "MemMallocSet 9; record 1");
     check("no memory", enable, {"QX_OS_MemMallocSet"}, 1, "", "MemMallocSet 9; record 1");
-    check(
-        "no name", [] { return NETDEV_ConfigDevIntfUpDown(nullptr, 1); }, {}, 1, "", "record 1");
+    const Function noName = [] { return NETDEV_ConfigDevIntfUpDown(nullptr, 1); };
+    check("no name", noName, {}, 1, "", "record 1");
     EXPECT_EQ(platform.places.size(), 3U);
 }
 
@@ -200,9 +197,8 @@ TEST_F(Netdev, AsksTheOwnerOfTheData)
     check("whatever becomes of it", remove, {"EventCenter_InvokeEvent", 9}, 0, "", removed);
     check("refused", remove, {"DataSync_SyncData", 6}, 6, "", removed + "; record 6");
     check("31 characters and 16 bits", flag, {}, 0, "", set);
-    check(
-        "no name", [] { return NETDEV_SetNetDevPrivFlag(nullptr, 0x102); }, {}, 0, "",
-        "DataSync_SyncData 7 " + field("", 40, rest));
+    const Function noName = [] { return NETDEV_SetNetDevPrivFlag(nullptr, 0x102); };
+    check("no name", noName, {}, 0, "", "DataSync_SyncData 7 " + field("", 40, rest));
     check("refused", flag, {"DataSync_SyncData", 6}, 6, "", set + "; record 6");
     EXPECT_EQ(platform.places.size(), 2U);
 }

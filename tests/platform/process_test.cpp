@@ -2,6 +2,7 @@
 
 #include "qx/host.h"
 #include "tests/platform/surroundings.h"
+#include "tests/support/processes.h"
 
 #include <array>
 #include <cerrno>
@@ -14,6 +15,8 @@
 #include <unistd.h>
 
 namespace {
+
+using zema::test::inThreads;
 
 // Puts fd in the place of standard output while it lives.
 class Console {
@@ -75,17 +78,11 @@ TEST(Console, WritesTextsOfEverySizeWhole)
 TEST(Console, KeepsTextsOfThreadsApart)
 {
     const std::string text = printed([] {
-        std::vector<std::thread> threads;
-        for (const char letter : {'a', 'b', 'c'}) {
-            threads.emplace_back([letter] {
-                for (int i = 0; i < 4; ++i) {
-                    EXPECT_EQ(QX_OS_Printf("%s", std::string(100000, letter).c_str()), QX_OK);
-                }
-            });
-        }
-        for (std::thread &thread : threads) {
-            thread.join();
-        }
+        inThreads(3, [](uint32_t thread) {
+            for (int i = 0; i < 4; ++i) {
+                EXPECT_EQ(QX_OS_Printf("%s", std::string(100000, "abc"[thread]).c_str()), QX_OK);
+            }
+        });
     });
     ASSERT_EQ(text.size(), 1200000U);
     for (size_t i = 0; i < text.size(); i += 100000) {

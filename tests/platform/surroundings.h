@@ -4,6 +4,9 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdlib>
+#include <gtest/gtest.h>
+#include <random>
+#include <sstream>
 #include <string>
 #include <sys/resource.h>
 #include <utility>
@@ -37,6 +40,30 @@ private:
     std::vector<char> bytes_;
     size_t size_;
 };
+
+inline size_t below(size_t limit)
+{
+    static std::mt19937 random(static_cast<unsigned>(testing::UnitTest::GetInstance()->random_seed()));
+    return random() % limit;
+}
+
+inline std::string randomText(std::string_view alphabet, size_t mostLetters)
+{
+    std::string text(below(mostLetters + 1), '\0');
+    std::generate(text.begin(), text.end(), [&] { return alphabet[below(alphabet.size())]; });
+    return text;
+}
+
+// The texts between bars.
+inline std::vector<std::string> split(const std::string &list)
+{
+    std::vector<std::string> texts;
+    std::istringstream stream(list + "|");
+    for (std::string text; std::getline(stream, text, '|');) {
+        texts.push_back(text);
+    }
+    return texts;
+}
 
 // While it lives there is no large block to be had. The sanitizers need memory of their own, and the emulator
 // of the 32-bit machine knows no limit.

@@ -8,18 +8,9 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <random>
 #include <string>
 
 namespace {
-
-std::string randomText(std::string_view alphabet, size_t mostLetters)
-{
-    static std::mt19937 random(static_cast<unsigned>(testing::UnitTest::GetInstance()->random_seed()));
-    std::string text(random() % (mostLetters + 1), '\0');
-    std::generate(text.begin(), text.end(), [&] { return alphabet[random() % alphabet.size()]; });
-    return text;
-}
 
 std::string everyByte()
 {

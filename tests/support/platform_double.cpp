@@ -7,12 +7,10 @@
 #include "qx/memory.h"
 #include "qx/text.h"
 
-#include <dlfcn.h>
-
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <deque>
+#include <sstream>
 
 namespace zema::test {
 
@@ -30,23 +28,13 @@ PlatformDouble &PlatformDouble::instance()
 void PlatformDouble::reset()
 {
     const std::scoped_lock guard(lock);
-    watching = true;
-    visitMissingElement = false;
-    recordCount = 0;
-    journal.clear();
-    rpcRows.clear();
-    blocks.clear();
-    addresses.clear();
-    visited.clear();
-    subscriptions.clear();
-    elements.clear();
-    failures_.clear();
+    static_cast<PlatformState &>(*this) = {};
 }
 
 void PlatformDouble::fail(const std::string &function, uint32_t nth, int64_t result)
 {
     const std::scoped_lock guard(lock);
-    failures_[function] = {nth, result};
+    failures[function] = {nth, result};
 }
 
 std::vector<Call> PlatformDouble::calls(const std::set<std::string> &functions) const
@@ -99,9 +87,9 @@ std::optional<int64_t> PlatformDouble::enter(Call call)
     if (!watching) {
         return std::nullopt;
     }
-    const auto failure = failures_.find(call.function);
+    const auto failure = failures.find(call.function);
     journal.push_back(std::move(call));
-    if (failure == failures_.end()) {
+    if (failure == failures.end()) {
         return std::nullopt;
     }
     const auto [nth, result] = failure->second;
@@ -111,7 +99,7 @@ std::optional<int64_t> PlatformDouble::enter(Call call)
     if (--failure->second.nth > 0) {
         return std::nullopt;
     }
-    failures_.erase(failure);
+    failures.erase(failure);
     return result;
 }
 
@@ -125,10 +113,30 @@ void PlatformDouble::note(const std::string &file, uint32_t line, const Values &
     }
 }
 
+std::string textOf(const std::vector<Call> &calls, const std::set<std::string> &silent)
+{
+    std::ostringstream text;
+    for (Call call : calls) {
+        if (silent.contains(call.function)) {
+            continue;
+        }
+        const bool isRecord = call.function == "record";
+        while (isRecord && call.values.size() > 1 && call.values.back() == 0) {
+            call.values.pop_back();
+        }
+        text << (text.tellp() > 0 ? "; " : "")
+             << call.function.substr(call.function.find("QX_OS_") == 0 ? 6 : 0);
+        for (const uint64_t value : call.values) {
+            text << " " << std::hex << value;
+        }
+        text << (isRecord || call.bytes.empty() ? "" : " " + call.bytes);
+    }
+    return text.str();
+}
+
 } // namespace zema::test
 
-using zema::test::Call;
-using zema::test::PlatformDouble;
+using namespace zema::test;
 
 namespace {
 
@@ -137,35 +145,9 @@ PlatformDouble &platform()
     return PlatformDouble::instance();
 }
 
-// The definition behind the double's own.
-template <auto *Function>
-auto *real(const char *name)
-{
-    static const auto found = reinterpret_cast<decltype(Function)>(dlsym(RTLD_NEXT, name));
-    if (found == nullptr) {
-        std::abort();
-    }
-    return found;
-}
-
 std::string bytesAt(const void *bytes, size_t size)
 {
     return bytes == nullptr ? std::string() : std::string(static_cast<const char *>(bytes), size);
-}
-
-// Keeps the call; yields the failure that is due, or what action yields.
-template <typename Action>
-auto watched(Call call, Action action) -> decltype(action())
-{
-    const std::optional<int64_t> failure = platform().enter(std::move(call));
-    if (!failure) {
-        return action();
-    }
-    if constexpr (std::is_pointer_v<decltype(action())>) {
-        return nullptr;
-    } else {
-        return static_cast<decltype(action())>(*failure);
-    }
 }
 
 // ---- A list of elements in order, as the platform's ----
@@ -298,7 +280,7 @@ ArrayList *ArrayList_GetArrayList(ArrayList **holder)
 void *QX_OS_MemMallocD(uint32_t size)
 {
     return watched({"QX_OS_MemMallocD", {size}, {}}, [&] {
-        void *const block = real<QX_OS_MemMallocD>("QX_OS_MemMallocD")(size);
+        void *const block = real(QX_OS_MemMallocD, "QX_OS_MemMallocD")(size);
         const std::scoped_lock guard(platform().lock);
         platform().blocks.insert(block);
         platform().addresses.insert(static_cast<uint32_t>(reinterpret_cast<uintptr_t>(block)));
@@ -312,20 +294,20 @@ uint32_t QX_OS_MemFreeD(void *block)
         const std::scoped_lock guard(platform().lock);
         EXPECT_EQ(platform().blocks.erase(block), 1U)
             << "a block that is not the allocator's, or freed twice";
-        return real<QX_OS_MemFreeD>("QX_OS_MemFreeD")(block);
+        return real(QX_OS_MemFreeD, "QX_OS_MemFreeD")(block);
     });
 }
 
 uint32_t QX_OS_MemSet_S(void *dst, uint32_t dstSize, int32_t value, uint32_t count)
 {
     return watched({"QX_OS_MemSet_S", {dstSize, static_cast<uint64_t>(value), count}, {}},
-                   [&] { return real<QX_OS_MemSet_S>("QX_OS_MemSet_S")(dst, dstSize, value, count); });
+                   [&] { return real(QX_OS_MemSet_S, "QX_OS_MemSet_S")(dst, dstSize, value, count); });
 }
 
 int32_t memset_s(void *dst, size_t dstSize, int32_t value, size_t count)
 {
     return watched({"memset_s", {dstSize, static_cast<uint64_t>(value), count}, {}},
-                   [&] { return real<memset_s>("memset_s")(dst, dstSize, value, count); });
+                   [&] { return real(memset_s, "memset_s")(dst, dstSize, value, count); });
 }
 
 int32_t snprintf_s(char *dst, size_t dstSize, size_t count, const char *format, ...)
@@ -333,7 +315,7 @@ int32_t snprintf_s(char *dst, size_t dstSize, size_t count, const char *format, 
     va_list arguments;
     va_start(arguments, format);
     const int32_t written = watched({"snprintf_s", {dstSize, count}, format}, [&] {
-        return real<vsnprintf_s>("vsnprintf_s")(dst, dstSize, count, format, arguments);
+        return real(vsnprintf_s, "vsnprintf_s")(dst, dstSize, count, format, arguments);
     });
     va_end(arguments);
     return written;
@@ -344,7 +326,7 @@ int32_t QX_OS_Snprintf_S(char *dst, size_t dstSize, size_t count, const char *fo
     va_list arguments;
     va_start(arguments, format);
     const int32_t written = watched({"QX_OS_Snprintf_S", {dstSize, count}, format}, [&] {
-        return real<vsnprintf_s>("vsnprintf_s")(dst, dstSize, count, format, arguments);
+        return real(vsnprintf_s, "vsnprintf_s")(dst, dstSize, count, format, arguments);
     });
     va_end(arguments);
     return written;
@@ -353,19 +335,19 @@ int32_t QX_OS_Snprintf_S(char *dst, size_t dstSize, size_t count, const char *fo
 uint32_t QX_OS_IsDigitStr(const char *text)
 {
     return watched({"QX_OS_IsDigitStr", {}, text},
-                   [&] { return real<QX_OS_IsDigitStr>("QX_OS_IsDigitStr")(text); });
+                   [&] { return real(QX_OS_IsDigitStr, "QX_OS_IsDigitStr")(text); });
 }
 
 uint32_t QX_OS_InitHlpMsg(void *message, uint32_t zero, uint32_t type, uint32_t para1, uint32_t para2)
 {
     return watched({"QX_OS_InitHlpMsg", {zero, type, para1, para2}, {}}, [&] {
-        return real<QX_OS_InitHlpMsg>("QX_OS_InitHlpMsg")(message, zero, type, para1, para2);
+        return real(QX_OS_InitHlpMsg, "QX_OS_InitHlpMsg")(message, zero, type, para1, para2);
     });
 }
 
 uint32_t QX_OS_AddTlvToHlpMsg(void *message, uint8_t type, uint16_t size, const void *value)
 {
     return watched({"QX_OS_AddTlvToHlpMsg", {type, size}, bytesAt(value, size)}, [&] {
-        return real<QX_OS_AddTlvToHlpMsg>("QX_OS_AddTlvToHlpMsg")(message, type, size, value);
+        return real(QX_OS_AddTlvToHlpMsg, "QX_OS_AddTlvToHlpMsg")(message, type, size, value);
     });
 }

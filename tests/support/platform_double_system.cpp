@@ -12,7 +12,6 @@
 
 #include <cstdarg>
 #include <cstring>
-#include <dlfcn.h>
 #include <fstream>
 #include <net/if.h>
 
@@ -26,21 +25,14 @@ PlatformDouble &platform = PlatformDouble::instance();
 template <typename Result>
 Result answer(Call call, Result result)
 {
-    const std::optional<int64_t> failure = platform.enter(std::move(call));
-    return failure ? static_cast<Result>(*failure) : result;
+    return watched(std::move(call), [&] { return result; });
 }
 
 // Keeps the call; yields the failure that is due, or hands on to the definition behind ours.
 template <typename Result, typename... Parameters, typename... Arguments>
-Result passOn(Result (&/*ours*/)(Parameters...), const Call &call, Arguments... arguments)
+Result passOn(Result (&ours)(Parameters...), const Call &call, Arguments... arguments)
 {
-    const auto real = reinterpret_cast<Result (*)(Parameters...)>(dlsym(RTLD_NEXT, call.function.c_str()));
-    const std::optional<int64_t> failure = platform.enter(call);
-    if constexpr (std::is_pointer_v<Result>) {
-        return failure ? nullptr : real(arguments...);
-    } else {
-        return failure ? static_cast<Result>(*failure) : real(arguments...);
-    }
+    return watched(call, [&] { return real(ours, call.function.c_str())(arguments...); });
 }
 
 void keepText(const char *function, std::vector<uint64_t> values, const char *format, va_list arguments)
@@ -50,38 +42,12 @@ void keepText(const char *function, std::vector<uint64_t> values, const char *fo
     platform.enter({function, std::move(values), text});
 }
 
-std::string lineOf(const Call &call)
-{
-    const bool isRecord = call.function == "record";
-    std::string line = call.function.substr(call.function.find("QX_OS_") == 0 ? 6 : 0);
-    size_t count = call.values.size();
-    while (isRecord && count > 1 && call.values[count - 1] == 0) {
-        --count;
-    }
-    for (size_t i = 0; i < count; ++i) {
-        char text[24];
-        (void)std::snprintf(text, sizeof text, " %llx", static_cast<unsigned long long>(call.values[i]));
-        line += text;
-    }
-    return line + (call.bytes.empty() || isRecord ? "" : " " + call.bytes);
-}
-
 } // namespace
 
 System &System::instance()
 {
     static System instance;
     return instance;
-}
-
-std::string zema::test::textOf(const std::vector<Call> &calls)
-{
-    const std::set<std::string> silent = {"QX_OS_Fgets", "snprintf_s", "QX_OS_MemMallocD"};
-    std::string text;
-    for (const Call &call : calls) {
-        text += silent.count(call.function) != 0 ? "" : (text.empty() ? "" : "; ") + lineOf(call);
-    }
-    return text;
 }
 
 int32_t QX_OS_Socket(int32_t domain, int32_t type, int32_t protocol)

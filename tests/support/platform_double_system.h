@@ -14,8 +14,4 @@ struct System {
     static System &instance();
 };
 
-// The calls as text, "; " between them: function, numbers in hexadecimal (of a record without the zeros at
-// its end), bytes; without those that only compute or read.
-std::string textOf(const std::vector<Call> &calls);
-
 } // namespace zema::test

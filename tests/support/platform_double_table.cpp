@@ -3,33 +3,12 @@
 #include "qx/qx.h"
 #include "zema/multi_hashtable.h"
 
-#include <dlfcn.h>
-
 #include <cstdarg>
 #include <cstring>
 
-using zema::test::PlatformDouble;
-using zema::test::TableTest;
+using namespace zema::test;
 
 namespace {
-
-template <typename Action>
-auto watched(const char *name, Action action, const std::vector<uint64_t> &values = {},
-             const std::string &bytes = {}) -> decltype(action())
-{
-    const auto failure = PlatformDouble::instance().enter({name, values, bytes});
-    if constexpr (std::is_pointer_v<decltype(action())>) {
-        return failure ? nullptr : action();
-    } else {
-        return failure ? static_cast<decltype(action())>(*failure) : action();
-    }
-}
-
-template <typename Function>
-Function *real(Function * /*own*/, const char *name)
-{
-    return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
-}
 
 // The operations of the platform's tables.
 const Hashtable &own()
@@ -46,22 +25,22 @@ const Hashtable &own()
 Hashtable *watch(Hashtable *table)
 {
     table->pfnPut = [](Hashtable *t, uint32_t key, void *value) {
-        return watched("put", [&] { return own().pfnPut(t, key, value); });
+        return watched({"put", {}, {}}, [&] { return own().pfnPut(t, key, value); });
     };
     table->pfnGet = [](Hashtable *t, uint32_t key, void **value) {
-        return watched("get", [&] { return own().pfnGet(t, key, value); });
+        return watched({"get", {}, {}}, [&] { return own().pfnGet(t, key, value); });
     };
     table->pfnGetKeys = [](Hashtable *t, uint32_t *keys, uint32_t max, uint32_t *count) {
-        return watched("keys", [&] { return own().pfnGetKeys(t, keys, max, count); });
+        return watched({"keys", {}, {}}, [&] { return own().pfnGetKeys(t, keys, max, count); });
     };
     table->pfnRemove = [](Hashtable *t, uint32_t key, HashtableRelease release, uintptr_t reserved) {
-        return watched("remove", [&] { return own().pfnRemove(t, key, release, reserved); });
+        return watched({"remove", {}, {}}, [&] { return own().pfnRemove(t, key, release, reserved); });
     };
     table->pfnDestroy = [](Hashtable **holder) {
-        return watched("destroy", [&] { return own().pfnDestroy(holder); });
+        return watched({"destroy", {}, {}}, [&] { return own().pfnDestroy(holder); });
     };
     table->pfnForEach = [](Hashtable *t, HashtableVisitor visitor, void *a, void *b, void *c) {
-        return watched("forEach", [&] { return own().pfnForEach(t, visitor, a, b, c); });
+        return watched({"forEach", {}, {}}, [&] { return own().pfnForEach(t, visitor, a, b, c); });
     };
     return table;
 }
@@ -147,14 +126,15 @@ std::string TableTest::deeds()
 Hashtable *Hashtable_Create(Hashtable **holder, uint32_t room, uint32_t reserved)
 {
     EXPECT_TRUE(room == 0 && reserved == 0);
-    return watched("create", [&] { return watch(real(Hashtable_Create, "Hashtable_Create")(holder, 0, 0)); });
+    return watched({"create", {}, {}},
+                   [&] { return watch(real(Hashtable_Create, "Hashtable_Create")(holder, 0, 0)); });
 }
 
 Hashtable *Hashtable_GetHashtable3(Hashtable **holder)
 {
     static auto *const get = real(Hashtable_GetHashtable3, "Hashtable_GetHashtable3");
     EXPECT_EQ(holder, &g_MultiHashtable);
-    return watched("root", [&] { return watch(get(holder)); });
+    return watched({"root", {}, {}}, [&] { return watch(get(holder)); });
 }
 
 uint32_t DataSync_SyncData1(uint32_t code, const void *request, uint16_t size, void *reply,
@@ -166,9 +146,8 @@ uint32_t DataSync_SyncData1(uint32_t code, const void *request, uint16_t size, v
     const std::string bytes(static_cast<const char *>(request) + head, size - head);
     std::string shown = " " + bytes.substr(0, 4) + "+" + std::to_string(bytes.size()) + ">";
     shown += (reply != nullptr ? "" : "none") + std::to_string(replySize);
-    return watched(
-        "sync", [&] { return serve(code, words.data(), bytes, reply, replySize); },
-        {code, words[0], words[1], words[2]}, shown);
+    return watched({"sync", {code, words[0], words[1], words[2]}, shown},
+                   [&] { return serve(code, words.data(), bytes, reply, replySize); });
 }
 
 uint32_t QX_OS_StatGet(uint32_t *state)
@@ -200,14 +179,12 @@ uint32_t QX_OS_Printf(const char *format, ...)
     va_start(arguments, format);
     std::vsnprintf(text.data(), text.size(), format, arguments);
     va_end(arguments);
-    return watched(
-        "print ", [] { return 0U; }, {}, text.data());
+    return watched({"print ", {}, text.data()}, [] { return 0U; });
 }
 
 uint32_t QX_OS_BackTrace(const char *file, uint32_t line)
 {
-    return watched(
-        "backTrace ", [] { return 0U; }, {}, line != 0 ? file : "");
+    return watched({"backTrace ", {}, line != 0 ? file : ""}, [] { return 0U; });
 }
 
 uint32_t QX_PROC_DBG_GetJiffies(uint32_t words[2])

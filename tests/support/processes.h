@@ -16,6 +16,7 @@
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 namespace zema::test {
 
@@ -108,5 +109,35 @@ private:
     Shared<std::atomic<bool>> ready_;
     pid_t pid_;
 };
+
+// Runs in a process of its own; true when it says so.
+inline bool inChild(const std::function<bool()> &holds)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(holds() ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    return status == 0;
+}
+
+// Runs work(0), work(1) and so on at once, each in a thread of its own.
+inline void inThreads(uint32_t count, const std::function<void(uint32_t)> &work)
+{
+    std::vector<std::thread> threads;
+    for (uint32_t i = 0; i < count; ++i) {
+        threads.emplace_back(work, i);
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+}
+
+inline size_t filesIn(const std::string &dir)
+{
+    namespace fs = std::filesystem;
+    return static_cast<size_t>(std::distance(fs::directory_iterator(dir), fs::directory_iterator()));
+}
 
 } // namespace zema::test

@@ -69,6 +69,10 @@ TEST_F(LayerBase, HandsOutWhatIsVisibleAndReportsFailures)
         stopAndSum = {stop, 0};
         return LayerBase_ForeachDataItem(3, sizeof(Record), visitor, &stopAndSum);
     };
+    const auto get = [&](uint32_t index) { return LayerBase_GetData(3, index, &record, 28); };
+    const auto visit = [](uint32_t size, MultiHashtableVisitor given) {
+        return LayerBase_ForeachDataItem(3, size, given, nullptr);
+    };
     struct Row {
         const char *reason;
         std::function<uint32_t()> call;
@@ -82,26 +86,10 @@ TEST_F(LayerBase, HandsOutWhatIsVisibleAndReportsFailures)
         {"no whole header", [&] { return LayerBase_SaveData(&record, 23); }, {"", 0}, 1, "layer{1}"},
         {"no save", [&] { return save(3, 1); }, {"sync", 1}, 5, "free ex{5} layer{5}"},
         {"no buffer", [] { return LayerBase_GetData(3, 1, nullptr, 0); }, {"", 0}, 1, "layer{1}"},
-        {"no read",
-         [&] { return LayerBase_GetData(3, 1, &record, 28); },
-         {"sync", 1},
-         5,
-         "sync16,3,1,28 +0>28"},
-        {"a hidden one",
-         [&] { return LayerBase_GetData(3, 2, &record, 28); },
-         {"", 0},
-         0,
-         "sync16,3,2,28 +0>28"},
-        {"no visitor",
-         [] { return LayerBase_ForeachDataItem(3, 28, nullptr, nullptr); },
-         {"", 0},
-         1,
-         "layer{1}"},
-        {"a short header",
-         [&] { return LayerBase_ForeachDataItem(3, 23, visitor, nullptr); },
-         {"", 0},
-         1,
-         "layer{1}"},
+        {"no read", [&] { return get(1); }, {"sync", 1}, 5, "sync16,3,1,28 +0>28"},
+        {"a hidden one", [&] { return get(2); }, {"", 0}, 0, "sync16,3,2,28 +0>28"},
+        {"no visitor", [&] { return visit(28, nullptr); }, {"", 0}, 1, "layer{1}"},
+        {"a short header", [&] { return visit(23, visitor); }, {"", 0}, 1, "layer{1}"},
         {"no indexes", [&] { return each(0); }, {kMalloc, 1}, 1, "malloc512 layer{1}"},
         {"no buffer", [&] { return each(0); }, {kMalloc, 2}, 1, "malloc512 malloc28 free layer{1,3}"},
         {"no list", [&] { return each(0); }, {"sync", 1}, 1, ">516 ex{5} free layer{5,3} free free"},

@@ -39,7 +39,6 @@ TEST_F(MultiHashtableEx, AsksTheOwner)
                         : MultiHashtableEx_ForeachDataItem(2, 8, nullptr, &seen);
     };
     constexpr const char *kMalloc = "QX_OS_MemMallocD";
-    const std::string kFill = "memset_s", kNoReply = ">none0";
     struct Row {
         const char *reason;
         std::function<uint32_t(uint32_t)> call;
@@ -50,32 +49,18 @@ TEST_F(MultiHashtableEx, AsksTheOwner)
     };
     const std::string all =
         "malloc512 malloc8 malloc516 sync17,2,128,0 +0>516 free sync16,2,4,8 +0>8 sync16,2,9,8 +0>8";
+    const std::string saved = "malloc15 memset_s15,0,15 sync14,2,3,3 abc+3>none0 free";
+    const std::string longest = "malloc65535 memset_s65535,0,65535 sync14,2,3,65523 xxxx+65523>none0 free";
+    const std::string cut = "malloc65538 memset_s65538,0,65538 sync14,2,0,0 +0>none0 free";
+    const std::string noList = "malloc512 malloc8 malloc516 sync17,2,128,0 +0>516 ex{5} free";
     const Row rows[] = {
-        {"a save", save, 3, {}, 0, 9, "malloc15 memset_s15,0,15 sync14,2,3,3 abc+3>none0 free"},
+        {"a save", save, 3, {}, 0, 9, saved},
         {"an empty one", save, 0, {}, 0, 9, "malloc12 memset_s12,0,12 sync14,2,3,0 +0>none0 free"},
-        {"the longest",
-         save,
-         65523,
-         {},
-         0,
-         9,
-         "malloc65535 memset_s65535,0,65535 sync14,2,3,65523 xxxx+65523>none0 free"},
-        {"one that is cut",
-         save,
-         65526,
-         {},
-         0,
-         9,
-         "malloc65538 memset_s65538,0,65538 sync14,2,0,0 +0>none0 free"},
+        {"the longest", save, 65523, {}, 0, 9, longest},
+        {"one that is cut", save, 65526, {}, 0, 9, cut},
         {"more than memory", save, 0xFFFFFFFA, {}, 1, 9, "ex{1}"},
         {"no request", save, 3, {kMalloc, 1}, 1, 9, "malloc15 ex{1}"},
-        {"a refused save",
-         save,
-         3,
-         {"sync", 1},
-         5,
-         9,
-         "malloc15 memset_s15,0,15 sync14,2,3,3 abc+3>none0 free ex{5}"},
+        {"a refused save", save, 3, {"sync", 1}, 5, 9, saved + " ex{5}"},
         {"no data", missing, 0, {}, 1, 9, ""},
         {"a deletion", drop, 0, {}, 0, 9, "sync15,2,3,0 +0>none0"},
         {"a refused one", drop, 0, {"sync", 1}, 5, 9, "sync15,2,3,0 +0>none0 ex{5,2,3}"},
@@ -95,13 +80,7 @@ TEST_F(MultiHashtableEx, AsksTheOwner)
         {"no visitor", missing, 4, {}, 1, 9, ""},
         {"no index buffer", each, 8, {kMalloc, 1}, 1, 9, "malloc512 ex{1}"},
         {"no item buffer", each, 8, {kMalloc, 2}, 1, 9, "malloc512 malloc8 ex{1,2} free"},
-        {"no list",
-         each,
-         8,
-         {"sync", 1},
-         5,
-         9,
-         "malloc512 malloc8 malloc516 sync17,2,128,0 +0>516 ex{5} free ex{5,2} ex{5,2,@} free free"},
+        {"no list", each, 8, {"sync", 1}, 5, 9, noList + " ex{5,2} ex{5,2,@} free free"},
         {"no item", each, 8, {"sync", 3}, 5, 9, all + " ex{5,2,9} ex{5,2,@,3} free free"},
         {"a visitor's result", each, 8, {}, 7, 9, all + " ex{7,2,9} ex{7,2,@,3} free free"},
     };

@@ -3,7 +3,6 @@
 
 #include "tests/support/platform_double_table.h"
 
-#include <random>
 #include <sstream>
 
 using namespace zema::test;
@@ -253,48 +252,6 @@ TEST_F(MultiHashtable, VisitsWhatWasThereAtTheStart)
     };
     EXPECT_EQ(MultiHashtable_ForeachDataItemExt(kTable, visitor, &got, &many, &none), 5U);
     EXPECT_TRUE(got[0] != nullptr && got[1] == &many && got[2] == &none);
-}
-
-TEST_F(MultiHashtable, IsAMapOfTablesAndIndexes)
-{
-    platform.watching = false;
-    std::mt19937 random(3); // NOLINT(cert-msc32-c,cert-msc51-cpp)
-    const auto engine = [&](uint32_t below) { return static_cast<uint32_t>(random() % below); };
-    std::map<uint32_t, std::map<uint32_t, std::string>> model;
-    for (int step = 0; step < 60000; ++step) {
-        const uint32_t table = 10 + engine(3);
-        const uint32_t index = engine(400) << (engine(2) * 20);
-        const std::string data(engine(4) == 0 ? engine(70) : 24, static_cast<char>('a' + engine(26)));
-        auto &items = model[table];
-        const bool known = items.contains(index);
-        const bool fits = known && data.size() <= items[index].size();
-        switch (engine(4)) {
-        case 0:
-            EXPECT_EQ(MultiHashtable_DeleteData(table, index), known ? 0U : QX_ERR_NOT_FOUND);
-            items.erase(index);
-            break;
-        case 1:
-            EXPECT_EQ(save(index, data, table), known && !fits ? 1U : 0U);
-            known ? items[index].replace(0, fits ? data.size() : 0, fits ? data : "") : items[index] = data;
-            break;
-        default:
-            ASSERT_EQ(read(index, static_cast<uint32_t>(data.size()), table),
-                      fits    ? items[index].substr(0, data.size())
-                      : known ? "1"
-                              : "gone");
-            if (!known) {
-                items.erase(index);
-            }
-        }
-    }
-    for (const auto &table : model) {
-        std::vector<uint32_t> listed(1000);
-        uint32_t count = 0;
-        EXPECT_EQ(MultiHashtable_GetIndexList(table.first, listed.data(), 1000, &count), 0U);
-        EXPECT_EQ(count, table.second.size());
-        EXPECT_TRUE(std::all_of(listed.begin(), listed.begin() + count,
-                                [&](uint32_t index) { return table.second.contains(index); }));
-    }
 }
 
 } // namespace

@@ -11,13 +11,6 @@ using namespace std::string_literals;
 
 namespace {
 
-PlatformDouble &host = PlatformDouble::instance();
-
-uint32_t watched(Call call)
-{
-    return static_cast<uint32_t>(host.enter(std::move(call)).value_or(0));
-}
-
 uint32_t callback(void *)
 {
     return 0;
@@ -27,17 +20,17 @@ EventHandle handle = {
     .pfnGetCount = nullptr,
     .pfnRegister =
         [](EventHandle *, uint32_t event, EventHandleCallback) {
-            return watched({"register", {event}, {}});
+            return watched({"register", {event}, {}}, [] { return 0U; });
         },
     .pfnIsRegistered = nullptr,
     .pfnUnregister =
         [](EventHandle *, uint32_t event, EventHandleCallback) {
-            return watched({"unregister", {event}, {}});
+            return watched({"unregister", {event}, {}}, [] { return 0U; });
         },
     .pfnInvoke =
         [](EventHandle *, uint32_t event, void *data, uintptr_t reserved1, uintptr_t reserved2) {
             const std::string text = data == nullptr ? "no data" : static_cast<const char *>(data);
-            return watched({"invoke", {event, reserved1, reserved2}, text});
+            return watched({"invoke", {event, reserved1, reserved2}, text}, [] { return 0U; });
         },
 };
 
@@ -57,13 +50,13 @@ std::string header(uint32_t sender, uint32_t receiver, uint32_t size)
 EventHandle *EventHandle_GetEventHandle(EventHandle **holder)
 {
     EXPECT_EQ(holder, &g_DataAsyncEvent);
-    return host.enter({"handle", {}, {}}) ? nullptr : &handle;
+    return watched({"handle", {}, {}}, [] { return &handle; });
 }
 
 uint32_t QX_MSG_AsynSend(const void *payload, uint32_t size, const void *head, uint32_t option)
 {
     EXPECT_EQ(std::string(static_cast<const char *>(head), 84), header(49, 49, 0));
-    return watched({"send", {size, option}, {static_cast<const char *>(payload), size}});
+    return watched({"send", {size, option}, {static_cast<const char *>(payload), size}}, [] { return 0U; });
 }
 
 namespace {
@@ -85,51 +78,15 @@ protected:
 
 constexpr uint32_t kEvent = 7;
 
-uint32_t add()
-{
-    return DataAsync_RegisterOnDataAsyncEvent(kEvent, callback);
-}
-
-uint32_t addNothing()
-{
-    return DataAsync_RegisterOnDataAsyncEvent(kEvent, nullptr);
-}
-
-uint32_t removeIt()
-{
-    return DataAsync_UnregisterOnDataAsyncEvent(kEvent, callback);
-}
-
-uint32_t removeNothing()
-{
-    return DataAsync_UnregisterOnDataAsyncEvent(kEvent, nullptr);
-}
-
-uint32_t invoke()
-{
-    char data[] = "here";
-    return DataAsync_InvokeDataAsyncEvent(kEvent, data);
-}
-
-uint32_t post()
-{
-    return DataAsync_AsyncSendData(kEvent, "0123456789", 10);
-}
-
-uint32_t postNull()
-{
-    return DataAsync_AsyncSendData(kEvent, nullptr, 10);
-}
-
-uint32_t postNone()
-{
-    return DataAsync_AsyncSendData(kEvent, "x", 0);
-}
-
-uint32_t postTooMuch()
-{
-    return DataAsync_AsyncSendData(kEvent, "x", 0xFFFFFFFD);
-}
+const auto add = [] { return DataAsync_RegisterOnDataAsyncEvent(kEvent, callback); };
+const auto addNothing = [] { return DataAsync_RegisterOnDataAsyncEvent(kEvent, nullptr); };
+const auto removeIt = [] { return DataAsync_UnregisterOnDataAsyncEvent(kEvent, callback); };
+const auto removeNothing = [] { return DataAsync_UnregisterOnDataAsyncEvent(kEvent, nullptr); };
+const auto invoke = [] { return DataAsync_InvokeDataAsyncEvent(kEvent, std::string("here").data()); };
+const auto post = [] { return DataAsync_AsyncSendData(kEvent, "0123456789", 10); };
+const auto postNull = [] { return DataAsync_AsyncSendData(kEvent, nullptr, 10); };
+const auto postNone = [] { return DataAsync_AsyncSendData(kEvent, "x", 0); };
+const auto postTooMuch = [] { return DataAsync_AsyncSendData(kEvent, "x", 0xFFFFFFFD); };
 
 TEST_F(DataAsync, RegistersInvokesAndPosts)
 {

@@ -61,15 +61,6 @@ uint32_t sizeOf(const std::vector<uint32_t> &content, uint32_t seed)
     }
 }
 
-pid_t startWriter(int fd)
-{
-    const pid_t pid = fork();
-    if (pid == 0) {
-        write(fd);
-    }
-    return pid;
-}
-
 // Whether the parcel's block holds what it should.
 bool isIntact(const Parcel &parcel)
 {
@@ -122,17 +113,23 @@ TEST_F(LargeDataLoad, NoByteIsWrongAndNoBlockLeftButThoseInFlightAtAKill)
     std::array<int, 2> ends{};
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()), 0);
     Leavings leavings;
-    pid_t writer = startWriter(ends[1]);
-    for (uint32_t n = 0, killed = 0; n < blocks; ++n) {
+    pid_t writer = 0;
+    const auto renew = [&] {
+        EXPECT_TRUE(writer == 0 || (kill(writer, SIGKILL) == 0 && waitpid(writer, nullptr, 0) == writer));
+        writer = fork();
+        if (writer == 0) {
+            write(ends[1]);
+        }
         leavings.writers.insert(static_cast<uint32_t>(writer));
+    };
+    renew();
+    for (uint32_t n = 0, killed = 0; n < blocks; ++n) {
         Parcel parcel = {};
         ASSERT_EQ(recv(ends[0], &parcel, sizeof parcel, 0), static_cast<ssize_t>(sizeof parcel)) << n;
         ASSERT_TRUE(isIntact(parcel)) << n;
         if (killed < kills && n >= uint64_t{blocks} * (killed + 1) / (kills + 1)) {
             ++killed;
-            kill(writer, SIGKILL);
-            waitpid(writer, nullptr, 0);
-            writer = startWriter(ends[1]);
+            renew();
         }
     }
     kill(writer, SIGKILL);

@@ -8,42 +8,12 @@
 
 #include <algorithm>
 #include <cstring>
-#include <sstream>
 
 using namespace zema::test;
 
 namespace {
 
 std::map<uint32_t, std::string> gShm; // blocks by identifier
-
-// Keeps the call; yields the failure that is due, or what action yields.
-template <typename Action>
-uint32_t watched(Call call, Action action)
-{
-    const std::optional<int64_t> failure = PlatformDouble::instance().enter(std::move(call));
-    return failure ? static_cast<uint32_t>(*failure) : action();
-}
-
-// What was done since the last time: the functions with their numbers in hexadecimal, the records in braces
-// without the zeros at their ends.
-std::string deedsOf(std::vector<Call> &journal)
-{
-    std::ostringstream text;
-    text << std::hex;
-    for (Call &call : journal) {
-        const bool isRecord = call.function == "record";
-        while (isRecord && call.values.size() > 1 && call.values.back() == 0) {
-            call.values.pop_back();
-        }
-        text << (text.tellp() > 0 ? "; " : "") << (isRecord ? "{" : call.function);
-        for (size_t i = 0; i < call.values.size(); ++i) {
-            text << (isRecord && i == 0 ? "" : " ") << call.values[i];
-        }
-        text << (isRecord ? "}" : "");
-    }
-    journal.clear();
-    return text.str();
-}
 
 } // namespace
 
@@ -110,7 +80,7 @@ const std::string kText(4096, 't');
 class LargeData : public PlatformTest {
 protected:
     LargeData() { gShm.clear(); }
-    std::string deeds() { return deedsOf(platform.journal); }
+    std::string deeds() { return textOf(std::exchange(platform.journal, {}), {}); }
 
     LargeDataDesc desc = {7, 7, 7};
     void *out = &desc;
@@ -139,18 +109,16 @@ TEST_F(LargeData, ComesBackAsItWas)
     };
     const Row rows[] = {
         {"nothing", 0, QX_LargeDataWrite, QX_LargeDataRead, "create 0; fill 51 0",
-         "QX_OS_MemMallocD 0; QX_OS_MemMallocD 0; read 51 0; free 51; QX_OS_MemFreeD"},
+         "MemMallocD 0; MemMallocD 0; read 51 0; free 51; MemFreeD"},
         {"the most that stays as it is", 2048, QX_LargeDataWrite, QX_LargeDataReadNoDecompress,
-         "create 800; fill 51 800",
-         "QX_OS_MemMallocD 800; QX_OS_MemMallocD 800; read 51 800; free 51; QX_OS_MemFreeD"},
+         "create 800; fill 51 800", "MemMallocD 800; MemMallocD 800; read 51 800; free 51; MemFreeD"},
         {"and the other way", 2048, QX_LargeDataWriteNoCompress, QX_LargeDataRead, "create 800; fill 51 800",
-         "QX_OS_MemMallocD 800; QX_OS_MemMallocD 800; read 51 800; free 51; QX_OS_MemFreeD"},
+         "MemMallocD 800; MemMallocD 800; read 51 800; free 51; MemFreeD"},
         {"the least that is compressed", 2049, QX_LargeDataWrite, QX_LargeDataRead,
-         "QX_OS_MemMallocSet b05; compress 801 b05; create 5; fill 51 5; QX_OS_MemFreeD",
-         "QX_OS_MemMallocD 5; QX_OS_MemMallocD 801; read 51 5; free 51; decompress 5 801; QX_OS_MemFreeD"},
+         "MemMallocSet b05; compress 801 b05; create 5; fill 51 5; MemFreeD",
+         "MemMallocD 5; MemMallocD 801; read 51 5; free 51; decompress 5 801; MemFreeD"},
         {"not compressed", 2049, QX_LargeDataWriteNoCompress, QX_LargeDataReadNoDecompress,
-         "create 801; fill 51 801",
-         "QX_OS_MemMallocD 801; QX_OS_MemMallocD 801; read 51 801; free 51; QX_OS_MemFreeD"},
+         "create 801; fill 51 801", "MemMallocD 801; MemMallocD 801; read 51 801; free 51; MemFreeD"},
     };
     for (const Row &row : rows) {
         platform.reset();
@@ -177,15 +145,14 @@ TEST_F(LargeData, AFailedWriteLeavesNothing)
         const char *deeds;
     };
     const Row rows[] = {
-        {"QX_OS_MemMallocSet", "", 1, 0xF7108001, "QX_OS_MemMallocSet 1304; {f7108001 1000}"},
-        {"compress", "", 1, 0x54,
-         "QX_OS_MemMallocSet 1304; compress 1000 1304; {54 abcdabcd 1000}; QX_OS_MemFreeD"},
-        {"create", "", 0, 0x54, "create 1000; fill 7 1000; {54 1000 7 1000}; free 7"},
-        {"fill", "", 0, 0x54, "create 1000; fill 51 1000; {54 1000 51 1000}; free 51"},
-        {"create", "fill", 0, 0x57, "create 1000; fill 7 1000; {57 1000 7 1000}; free 7"},
+        {"QX_OS_MemMallocSet", "", 1, 0xF7108001, "MemMallocSet 1304; record f7108001 1000"},
+        {"compress", "", 1, 0x54, "MemMallocSet 1304; compress 1000 1304; record 54 abcdabcd 1000; MemFreeD"},
+        {"create", "", 0, 0x54, "create 1000; fill 7 1000; record 54 1000 7 1000; free 7"},
+        {"fill", "", 0, 0x54, "create 1000; fill 51 1000; record 54 1000 51 1000; free 51"},
+        {"create", "fill", 0, 0x57, "create 1000; fill 7 1000; record 57 1000 7 1000; free 7"},
         {"fill", "", 1, 0x54,
-         "QX_OS_MemMallocSet 1304; compress 1000 1304; create 5; fill 51 5; {54 5 51 1000}; free 51; "
-         "QX_OS_MemFreeD"},
+         "MemMallocSet 1304; compress 1000 1304; create 5; fill 51 5; record 54 5 51 1000; free 51; "
+         "MemFreeD"},
     };
     for (const Row &row : rows) {
         platform.reset();
@@ -206,14 +173,14 @@ TEST_F(LargeData, AFailedWriteLeavesNothing)
     EXPECT_EQ(QX_LargeDataWriteInner(&desc, kText.data(), UINT32_MAX - 771, 1), 0xF7108001);
     EXPECT_EQ(QX_LargeDataWrite(nullptr, "", 0), 1U);
     EXPECT_EQ(QX_LargeDataWriteNoCompress(&desc, nullptr, 0), 1U);
-    EXPECT_EQ(deeds(), "{f7108001 fffffcfc}; {1}; {1}");
+    EXPECT_EQ(deeds(), "record f7108001 fffffcfc; record 1; record 1");
     EXPECT_EQ(platform.places.size(), 4U);
 }
 
 TEST_F(LargeData, AFailedReadReleasesAll)
 {
-    const std::string start = "QX_OS_MemMallocD 5; QX_OS_MemMallocD 1000; ";
-    const std::string ends = "QX_OS_MemFreeD; QX_OS_MemFreeD";
+    const std::string start = "MemMallocD 5; MemMallocD 1000; ";
+    const std::string ends = "MemFreeD; MemFreeD";
     struct Row {
         const char *fails;
         uint32_t nth;
@@ -221,11 +188,12 @@ TEST_F(LargeData, AFailedReadReleasesAll)
         std::string deeds;
     };
     const Row rows[] = {
-        {"QX_OS_MemMallocD", 1, 0xF7108001, "QX_OS_MemMallocD 5; {f7108001 51 5}; free 51"},
-        {"QX_OS_MemMallocD", 2, 0xF7108001, start + "{f7108001 51 1000}; QX_OS_MemFreeD; free 51"},
-        {"read", 1, 0x54, start + "read 51 5; {54 51 5}; free 51; " + ends},
-        {"free", 1, 0x54, start + "read 51 5; free 51; {54 51}; " + ends},
-        {"decompress", 1, 0x54, start + "read 51 5; free 51; decompress 5 1000; " + ends + "; {54 1000}"},
+        {"QX_OS_MemMallocD", 1, 0xF7108001, "MemMallocD 5; record f7108001 51 5; free 51"},
+        {"QX_OS_MemMallocD", 2, 0xF7108001, start + "record f7108001 51 1000; MemFreeD; free 51"},
+        {"read", 1, 0x54, start + "read 51 5; record 54 51 5; free 51; " + ends},
+        {"free", 1, 0x54, start + "read 51 5; free 51; record 54 51; " + ends},
+        {"decompress", 1, 0x54,
+         start + "read 51 5; free 51; decompress 5 1000; " + ends + "; record 54 1000"},
     };
     for (const Row &row : rows) {
         platform.reset();

@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <cstring>
 #include <deque>
-#include <dlfcn.h>
 
 using namespace zema::test;
 using namespace std::string_literals;
@@ -31,10 +30,9 @@ struct Kernel {
 
 Kernel gKernel;
 
-int32_t watched(const char *function, std::vector<uint64_t> values, int32_t result, std::string bytes = {})
+int32_t answer(Call call, int32_t result)
 {
-    Call call = {function, std::move(values), std::move(bytes)};
-    return static_cast<int32_t>(PlatformDouble::instance().enter(std::move(call)).value_or(result));
+    return watched(std::move(call), [&] { return result; });
 }
 
 std::string bytesOf(const void *bytes, uint32_t size)
@@ -46,12 +44,12 @@ std::string bytesOf(const void *bytes, uint32_t size)
 
 int32_t QX_OS_Socket(int32_t domain, int32_t type, int32_t protocol)
 {
-    return domain == 16 && type == 3 && protocol == 16 ? watched("QX_OS_Socket", {}, kFd) : -1;
+    return domain == 16 && type == 3 && protocol == 16 ? answer({"QX_OS_Socket", {}, {}}, kFd) : -1;
 }
 
 int32_t QX_OS_Bind(int32_t fd, const void *address, uint32_t size)
 {
-    return watched("QX_OS_Bind", {static_cast<uint32_t>(fd)}, 0, bytesOf(address, size));
+    return answer({"QX_OS_Bind", {static_cast<uint32_t>(fd)}, bytesOf(address, size)}, 0);
 }
 
 int32_t QX_OS_Sendto(int32_t fd, const void *bytes, uint32_t size, int32_t flags, const void *address,
@@ -63,26 +61,26 @@ int32_t QX_OS_Sendto(int32_t fd, const void *bytes, uint32_t size, int32_t flags
         gKernel.sendResults.pop_front();
     }
     errno = gKernel.lastError;
-    return watched("QX_OS_Sendto", {static_cast<uint32_t>(fd), static_cast<uint32_t>(flags)}, result,
-                   bytesOf(bytes, size) + bytesOf(address, addressSize));
+    const std::string sent = bytesOf(bytes, size) + bytesOf(address, addressSize);
+    return answer({"QX_OS_Sendto", {static_cast<uint32_t>(fd), static_cast<uint32_t>(flags)}, sent}, result);
 }
 
 int32_t QX_OS_Recv(int32_t fd, void *bytes, uint32_t size, int32_t flags)
 {
     std::memcpy(bytes, gKernel.reply.data(), std::min<size_t>(gKernel.reply.size(), size));
-    return watched("QX_OS_Recv", {static_cast<uint32_t>(fd), size, static_cast<uint32_t>(flags)},
-                   gKernel.received.value_or(static_cast<int32_t>(gKernel.reply.size())));
+    return answer({"QX_OS_Recv", {static_cast<uint32_t>(fd), size, static_cast<uint32_t>(flags)}, {}},
+                  gKernel.received.value_or(static_cast<int32_t>(gKernel.reply.size())));
 }
 
 int32_t QX_OS_Close(int32_t fd)
 {
-    return watched("QX_OS_Close", {static_cast<uint32_t>(fd)}, 0);
+    return answer({"QX_OS_Close", {static_cast<uint32_t>(fd)}, {}}, 0);
 }
 
 int32_t memcpy_s(void *dst, size_t dstSize, const void *src, size_t count)
 {
-    static const auto real = reinterpret_cast<decltype(&memcpy_s)>(dlsym(RTLD_NEXT, "memcpy_s"));
-    return watched("memcpy_s", {}, 0) != 0 ? ERANGE : real(dst, dstSize, src, count);
+    return answer({"memcpy_s", {}, {}}, 0) != 0 ? ERANGE
+                                                : real(memcpy_s, "memcpy_s")(dst, dstSize, src, count);
 }
 
 namespace {

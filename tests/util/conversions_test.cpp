@@ -1,6 +1,7 @@
 // Conversions of addresses and numbers from text and to text, the checksum, and the replacement in a text.
 #include "qx/diag.h"
 #include "qx/memory.h"
+#include "tests/platform/surroundings.h"
 #include "tests/support/platform_double.h"
 #include "zema/domain.h"
 #include "zema/ipv4.h"
@@ -12,7 +13,6 @@
 #include <arpa/inet.h>
 #include <cstdarg>
 #include <cstring>
-#include <dlfcn.h>
 #include <random>
 
 using namespace zema::test;
@@ -20,7 +20,6 @@ using namespace zema::test;
 namespace {
 
 constexpr const char *kFile = "qx_util_common.cpp";
-PlatformDouble &watcher = PlatformDouble::instance();
 
 } // namespace
 
@@ -33,15 +32,14 @@ uint32_t QX_PROC_DBG_TraceN(uint32_t module, const char *file, uint32_t line, co
     va_start(arguments, format);
     (void)vsnprintf_s(text, sizeof text, sizeof text - 1, format, arguments);
     va_end(arguments);
-    watcher.enter({"trace", {module, line != 0}, std::string(file) + " " + text});
+    PlatformDouble::instance().enter({"trace", {module, line != 0}, std::string(file) + " " + text});
     return 0;
 }
 
 int32_t strncat_s(char *dst, size_t dstSize, const char *src, size_t count)
 {
-    static const auto real = reinterpret_cast<decltype(&strncat_s)>(dlsym(RTLD_NEXT, "strncat_s"));
-    const auto failure = watcher.enter({"strncat_s", {dstSize, count}, src});
-    return failure ? static_cast<int32_t>(*failure) : real(dst, dstSize, src, count);
+    return watched({"strncat_s", {dstSize, count}, src},
+                   [&] { return real(strncat_s, "strncat_s")(dst, dstSize, src, count); });
 }
 
 namespace {
@@ -204,26 +202,14 @@ TEST_F(Conversions, OfIpv6Addresses)
 
 TEST_F(Conversions, OfNumbers)
 {
-    constexpr uint32_t kUntouched = 77;
-    const std::pair<const char *, uint32_t> rows[] = {
-        {"0", 0},
-        {"007", 7},
-        {"4294967295", UINT32_MAX},
-        {"4294967296", 0},
-        {"4294967297", 1},
-        {"", 0},
-        {"-1", kUntouched},
-        {"+1", kUntouched},
-        {" 1", kUntouched},
-        {"12a", kUntouched},
-        {"1.5", kUntouched},
-        {"1\xB1", kUntouched},
-        {nullptr, kUntouched},
-    };
-    for (const auto &[text, expected] : rows) {
-        uint32_t value = kUntouched;
-        EXPECT_EQ(QX_UTL_ATOI(text, &value), expected == kUntouched ? 1U : 0U) << text;
-        EXPECT_EQ(value, expected) << text;
+    uint32_t value = 77;
+    for (const std::string &text : split("-1|+1| 1|12a|1.5|1\xB1")) {
+        EXPECT_TRUE(QX_UTL_ATOI(text.c_str(), &value) == 1 && value == 77) << text;
+    }
+    EXPECT_TRUE(QX_UTL_ATOI(nullptr, &value) == 1 && value == 77);
+    for (const std::string &text : split("0|007|4294967295|4294967296|4294967297|")) {
+        EXPECT_EQ(QX_UTL_ATOI(text.c_str(), &value), 0U) << text;
+        EXPECT_EQ(value, static_cast<uint32_t>(std::strtoull(text.c_str(), nullptr, 10))) << "the low bits";
     }
     EXPECT_EQ(QX_UTL_ATOI("1", nullptr), 1U);
 }
@@ -265,8 +251,7 @@ TEST_F(Conversions, ReplaceTheFirstOccurrence)
 {
     const std::string longest(255, 'x');
     const auto trace = [](const std::string &length) {
-        const std::string text = " QX_StrReplaceSubStr Len is err :" + length;
-        return std::vector<Call>{{"trace", {49, 1}, kFile + text}};
+        return std::vector<Call>{{"trace", {49, 1}, kFile + (" QX_StrReplaceSubStr Len is err :" + length)}};
     };
     const auto recorded = [](const Values &values) {
         return std::vector{zema::test::recordOf(kFile, values)};

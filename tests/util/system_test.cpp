@@ -1,6 +1,7 @@
 // Processes, terminals, option files, parameter lists: each platform call watched, files below a folder of
 // the test's.
 #include "tests/support/platform_double_system.h"
+#include "tests/support/processes.h"
 #include "zema/netdev.h"
 #include "zema/process.h"
 #include "zema/wan_options.h"
@@ -294,16 +295,18 @@ TEST_F(UtilSystem, LearnsAnAddressFromTheSystemItself)
         EXPECT_EQ(mac, result == 1 ? "#\0\0\0\0\0\0#"s : "########") << name;
         return result;
     };
+    const size_t before = filesIn("/proc/self/fd");
     EXPECT_EQ(ask("lo", true), 1);
     EXPECT_EQ(ask("lo", false), -1);
     EXPECT_EQ(ask("no such device", true), -1);
     EXPECT_EQ(ask(nullptr, true), -1);
-    rlimit before{};
-    getrlimit(RLIMIT_NOFILE, &before);
-    const rlimit none{.rlim_cur = 0, .rlim_max = before.rlim_max};
+    EXPECT_EQ(filesIn("/proc/self/fd"), before) << "a descriptor stays open";
+    rlimit usual{};
+    getrlimit(RLIMIT_NOFILE, &usual);
+    const rlimit none{.rlim_cur = 0, .rlim_max = usual.rlim_max};
     setrlimit(RLIMIT_NOFILE, &none);
     EXPECT_EQ(ask("lo", true), -1) << "no descriptor to be had";
-    setrlimit(RLIMIT_NOFILE, &before);
+    setrlimit(RLIMIT_NOFILE, &usual);
     check("recorded", "record 1; record 1; record 1");
     EXPECT_EQ(platform.places.size(), 2U);
 }

@@ -1,15 +1,14 @@
 // What the validators of addresses, masks, names and ranges accept, record and ask for.
 #include "qx/feature.h"
 #include "qx/text.h"
+#include "tests/platform/surroundings.h"
 #include "tests/support/platform_double.h"
 #include "tests/util/text_models.h"
 #include "zema/ipv6.h"
 
 #include <arpa/inet.h>
-#include <dlfcn.h>
 #include <optional>
 #include <random>
-#include <sstream>
 
 using namespace zema::test;
 
@@ -32,32 +31,18 @@ uint32_t QX_Feature_IsSupportByFeatureName(const char *name)
 
 uint32_t QX_OS_StrToInt32(const char *text, int32_t *out)
 {
-    static void *const real = dlsym(RTLD_NEXT, "QX_OS_StrToInt32");
-    return reinterpret_cast<decltype(&QX_OS_StrToInt32)>(real)(text, out) == 0 ? 0 : kNoNumber;
+    return real(QX_OS_StrToInt32, "QX_OS_StrToInt32")(text, out) == 0 ? 0 : kNoNumber;
 }
 
 uint32_t QX_UTL_GetIPv6MaskBitLen(uint32_t ulMaskByte, uint8_t *pucBits)
 {
-    static void *const real = dlsym(RTLD_NEXT, "QX_UTL_GetIPv6MaskBitLen");
-    return bitLengthFailure
-               ? *bitLengthFailure
-               : reinterpret_cast<decltype(&QX_UTL_GetIPv6MaskBitLen)>(real)(ulMaskByte, pucBits);
+    return bitLengthFailure ? *bitLengthFailure
+                            : real(QX_UTL_GetIPv6MaskBitLen, "QX_UTL_GetIPv6MaskBitLen")(ulMaskByte, pucBits);
 }
 
 namespace {
 
 class Validators : public PlatformTest {};
-
-// The texts between bars.
-std::vector<std::string> split(const std::string &list)
-{
-    std::vector<std::string> texts;
-    std::istringstream stream(list + "|");
-    for (std::string text; std::getline(stream, text, '|');) {
-        texts.push_back(text);
-    }
-    return texts;
-}
 
 TEST_F(Validators, TellQuadsApart)
 {

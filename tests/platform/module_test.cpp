@@ -83,6 +83,14 @@ TEST_F(Modules, AMessageToOneselfComesWithALaterDispatch)
     EXPECT_EQ(gGot->count, 0U) << "not from inside the send";
     EXPECT_TRUE(eventually([] { return QxHost_Dispatch(10) == QX_ERR_TIMEOUT; }));
     EXPECT_EQ(gGot->count, 1U);
+    uint32_t waiting = 0;
+    while (waiting < 1000 && post(49, 100'000) == QX_OK) {
+        ++waiting;
+    }
+    EXPECT_EQ(waiting, (4U << 20U) / (100'000 + QX_MSG_HEADER_SIZE)) << "a dispatch that does not keep up";
+    dispatchAll();
+    EXPECT_EQ(gGot->count, 1 + waiting);
+    EXPECT_EQ(post(49, 3), QX_OK) << "there is room again";
     EXPECT_EQ(QxHost_ServeModule(49, nullptr, nullptr), QX_OK);
     EXPECT_EQ(post(49, 3), QX_ERR_NOBODY);
 }

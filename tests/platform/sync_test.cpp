@@ -114,6 +114,16 @@ TEST_F(Sync, CarriesRequestsAndRepliesOfAllSizes)
     check(self);
 }
 
+TEST_F(Sync, AHandlerNeitherDispatchesNorLeaves)
+{
+    const QxSyncHandler handler = [](void *, const QxSyncRequest *) {
+        return QxHost_Dispatch(0) == QX_ERR_BUSY && QxHost_Leave() == QX_ERR_BUSY ? 0U : 1U;
+    };
+    ASSERT_EQ(QxHost_ServeSync(handler, nullptr), QX_OK);
+    EXPECT_EQ(DataSync_SyncData(1, nullptr, 0), QX_OK) << "nor when it is its own process that asks";
+    EXPECT_EQ(QxHost_Dispatch(0), QX_ERR_TIMEOUT) << "and afterwards all is as before";
+}
+
 TEST_F(Sync, OwnerIsOneAtATime)
 {
     Child owner(own);

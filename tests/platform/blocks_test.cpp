@@ -200,7 +200,9 @@ TEST(Blocks, AreTheirUsersOwn)
     }
 }
 
-TEST(Blocks, TellWhoMadeThemAndWhetherThatLives)
+using BlocksOfProcesses = Scratch;
+
+TEST_F(BlocksOfProcesses, TellWhoMadeThemAndWhetherThatLives)
 {
     Shared<std::atomic<uint32_t>> id;
     const auto age = [&] { return list().at(*id).ullAgeNs; };

@@ -68,7 +68,7 @@ monitor shows what passes on the bus, when its receiver is done with it: time, k
 terminal, HLP message, operation or module), sender and receiver, size, how long the receiver took, its result when
 that is not 0, and the beginning of what was sent. It begins with what comes next and goes on until Ctrl-C; then it
 says how many it has shown and how many it missed, because they came faster than it could print: nobody waits for a
-monitor. As everything here it is for root and the service's user only.
+monitor. As everything here it is for the service's user only.
 
 tables looks into the shared tables, which the service's main process owns, and changes nothing: all tables with the
 number of their items, the items of one with their lengths, or one item's bytes.

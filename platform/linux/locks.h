@@ -6,7 +6,8 @@
 
 namespace qx {
 
-// The first one is held while a handler runs, which may ask its own process again: it is recursive.
+// The first one is held while a handler runs, which may ask its own process again: it is recursive, and a
+// fork does not hold it.
 enum class LockId {
     sync,
     events,
@@ -28,7 +29,7 @@ constexpr unsigned kLockCount = static_cast<unsigned>(LockId::ring) + 1;
 
 pthread_mutex_t &lockOf(LockId id);
 
-// For a fork: all of them, and what becomes of them in its parent and in its child.
+// For a fork: the others, and what becomes of all of them in its parent and in its child.
 void holdLocks();
 void releaseLocks();
 void renewLocks();

@@ -2,6 +2,7 @@
 // descriptor, "large_blocks read DESCRIPTOR" takes it out again and prints it. --plain, for both or neither,
 // leaves out the compression.
 #include <qx/memory.h>
+#include <qx/vdata.h>
 #include <zema/large_data.h>
 
 #include <cstdio>
@@ -22,7 +23,8 @@ bool readFile(const char *path, std::vector<char> &bytes)
         got = std::fread(piece, 1, sizeof piece, file);
         bytes.insert(bytes.end(), piece, piece + got);
     }
-    return std::fclose(file) == 0;
+    const bool failed = std::ferror(file) != 0;
+    return std::fclose(file) == 0 && !failed;
 }
 
 // The descriptor travels by means of one's own: here as text.
@@ -36,10 +38,15 @@ uint32_t write(const char *path, bool plain)
     LargeDataDesc desc = {};
     const auto put = plain ? QX_LargeDataWriteNoCompress : QX_LargeDataWrite;
     const uint32_t result = put(&desc, bytes.data(), static_cast<uint32_t>(bytes.size()));
-    if (result == 0) {
-        std::printf("%u:%u:%u\n", desc.ulShmId, desc.ulRawLen, desc.ulStoredLen);
+    if (result != 0) {
+        return result;
     }
-    return result;
+    std::printf("%u:%u:%u\n", desc.ulShmId, desc.ulRawLen, desc.ulStoredLen);
+    if (std::fflush(stdout) != 0) { // nobody will know of the block
+        QX_VDATA_FreeShm(desc.ulShmId);
+        return ZEMA_ERR;
+    }
+    return 0;
 }
 
 // The block is gone after this, whatever comes of it; the buffer is ours.

@@ -29,7 +29,7 @@ void report(uint32_t line, uint32_t code, uint32_t detail = 0)
 
 DataAsyncHeader makeHeader()
 {
-    DataAsyncHeader header;
+    DataAsyncHeader header{};
     (void)memset_s(&header, sizeof header, 0, sizeof header);
     for (char(*name)[sizeof header.acSender] : {&header.acSender, &header.acReceiver}) {
         (void)strncpy_s(*name, sizeof *name, kModuleName, sizeof *name - 1);

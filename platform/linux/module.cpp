@@ -18,7 +18,7 @@ struct Module {
 };
 
 // A dispatch that does not keep up is told so, as a full socket would tell it.
-constexpr size_t kMostQueued = size_t{4} << 20U;
+constexpr size_t kMostQueued = size_t{8} << 20U;
 
 struct OwnQueue {
     OwnMessage *first;
@@ -66,11 +66,16 @@ void writeMessage(std::byte *out, const void *header, Payload payload)
     std::copy(payload.begin(), payload.end(), out + QX_MSG_HEADER_SIZE);
 }
 
+// Of a message that waits, in memory.
+constexpr size_t sizeOf(size_t message)
+{
+    return sizeof(OwnMessage) + message + kPayloadPadding;
+}
+
 uint32_t keepForDispatch(uint32_t id, const void *header, Payload payload)
 {
     const size_t whole = QX_MSG_HEADER_SIZE + payload.size();
-    auto *const message =
-        static_cast<OwnMessage *>(std::calloc(1, sizeof(OwnMessage) + whole + kPayloadPadding));
+    auto *const message = static_cast<OwnMessage *>(std::calloc(1, sizeOf(whole)));
     if (message == nullptr) {
         return QX_ERR_NO_MEMORY;
     }
@@ -78,11 +83,11 @@ uint32_t keepForDispatch(uint32_t id, const void *header, Payload payload)
     message->header.length = static_cast<uint32_t>(whole);
     writeMessage(message->payload, header, payload);
     const Lock lock(LockId::modules);
-    if (gQueue.size + whole > kMostQueued || !joinFlow(message->header, selfId())) {
+    if (gQueue.size + sizeOf(whole) > kMostQueued || !joinFlow(message->header, selfId())) {
         std::free(message);
         return QX_ERR_NO_MEMORY;
     }
-    gQueue.size += whole;
+    gQueue.size += sizeOf(whole);
     (gQueue.first == nullptr ? gQueue.first : gQueue.last->next) = message;
     gQueue.last = message;
     announceOwnMessage();
@@ -130,7 +135,7 @@ OwnMessage *takeOwnMessage()
     OwnMessage *const message = gQueue.first;
     if (message != nullptr) {
         gQueue.first = message->next;
-        gQueue.size -= message->header.length;
+        gQueue.size -= sizeOf(message->header.length);
     }
     return message;
 }

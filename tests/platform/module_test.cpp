@@ -87,7 +87,7 @@ TEST_F(Modules, AMessageToOneselfComesWithALaterDispatch)
     while (waiting < 1000 && post(49, 100'000) == QX_OK) {
         ++waiting;
     }
-    EXPECT_EQ(waiting, (4U << 20U) / (100'000 + QX_MSG_HEADER_SIZE)) << "a dispatch that does not keep up";
+    EXPECT_EQ(waiting, (8U << 20U) / 101'500) << "a dispatch that does not keep up";
     dispatchAll();
     EXPECT_EQ(gGot->count, 1 + waiting);
     EXPECT_EQ(post(49, 3), QX_OK) << "there is room again";

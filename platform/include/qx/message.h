@@ -39,7 +39,7 @@ QX_API uint32_t QX_MSG_RegOverWriteRpcCalls(const QxRpcRow *rows);
  * Posts size bytes of payload behind a header of QX_MSG_HEADER_SIZE bytes to the process that serves the
  * header's receiver (QxHost_ServeModule), and does not wait until it is handled. Copies are taken: both may
  * be released when this returns. A message to this process itself is handled by a later dispatch, not from
- * here; of those at most 4 MiB wait, then QX_ERR_NO_MEMORY. option is 4. 0, QX_ERR for a missing argument,
+ * here; of those at most 8 MiB wait, then QX_ERR_NO_MEMORY. option is 4. 0, QX_ERR for a missing argument,
  * QX_ERR_NOBODY, QX_ERR_PEER_GONE, QX_ERR_TIMEOUT, QX_ERR_TOO_LARGE above 130988 bytes, QX_ERR_NO_MEMORY,
  * QX_ERR_RUNTIME_DIR. Any thread.
  */

@@ -182,19 +182,19 @@ expect "is followed" eventually grep -q ' 1 3 1 0 77$' "$scratch/followed"
 expect "and no record is shown twice" test "$(grep -c ' 1 3 1 0 5$' "$scratch/followed")" -eq 1
 kill "${pids[-1]}"
 
-row "the service at a glance" 0 "^ +${pids[0]} zemad .*[0-9]$" status
+row "the service at a glance" 0 "^ +${pids[0]} .*[0-9]$" status
 expect "its roles" grep -q 'rpc-4710203E rpc-4830514F .*sync-owner module-49' "$scratch/out"
 expect "its tables" grep -q '^tables  1, items 2$' "$scratch/out"
 row "the same as an object" 0 . status --json
 expect "its fields" json ".tables == {tables: 1, items: 2} and .blocks.blocks >= 0 and .records.records >= 3 and
     (.processes[] | select(.pid == $module) | .answering and .handled > 5 and any(.roles[]; .role == \"event-8853\"))"
-start monitored zemash monitor --kind call,event --process zemad --count 2 --json
+start monitored zemash monitor --kind call,event --process "${pids[0]}" --count 2 --json
 eventually grep -q monitoring "$scratch/err"
 row "what the monitor sees" 0 . -t 3 -c 'fw show all'
 wait "${pids[-1]}"
 expect "it ends after two" test "$?" -eq 0
 cp "$scratch/monitored" "$scratch/out"
-expect "the call" json '.kind == "call" and .number == 1211126095 and .content == "fw show all" and .to.process == "zemad"'
+expect "the call" json ".kind == \"call\" and .number == 1211126095 and .content == \"fw show all\" and .to.pid == ${pids[0]}"
 expect "the event" json '.kind == "event" and .number == 8853 and .content == "3 Zemacmd fw show all" and .size == 260'
 start monitored zemash monitor
 eventually grep -q monitoring "$scratch/err"
